@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "control/interface_commands.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "aggregation/sla_stats_impl.h"
+#include "core/parameters.h"
+#include "core/text_values.h"
+#include "rules/iptables_manager.h"
+
+#define LNKD_LOG_TAG "DVX-Lnkd-LnkdSocket-Server"
+#include "core/log.h"
+
+namespace lnkd {
+
+namespace {
+
+std::atomic<Parameters*> parametersForCommands{nullptr};
+
+// What the previous messages said. Only handlers reach it, and the command lock is held around
+// each of them.
+std::vector<std::string> previousInterfaces;
+std::string lastUidWhitelist;
+std::string lastDblWlanWhitelist;
+
+bool contains(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// The text of a list as the parameter store takes it.
+const char* listOrNone(const char* text) {
+    return strcmp(text, "NULL") == 0 ? "" : text;
+}
+
+}  // namespace
+
+void setCommandParameters(Parameters* parameters) {
+    parametersForCommands.store(parameters, std::memory_order_release);
+}
+
+Parameters* commandParameters() {
+    return parametersForCommands.load(std::memory_order_acquire);
+}
+
+int updateInterfaces(const char* list) {
+    if (list == nullptr) {
+        return 0;
+    }
+    const std::vector<std::string> current = splitList(list);
+    for (const std::string& name : previousInterfaces) {
+        if (!contains(current, name)) {
+            LNKD_LOGI("remove Interfaces is %s", name.c_str());
+            removeInterfaces(name.c_str());
+        }
+    }
+    for (const std::string& name : current) {
+        if (!contains(previousInterfaces, name)) {
+            LNKD_LOGI("add Interfaces is %s", name.c_str());
+            addInterfaces(name.c_str());
+        }
+    }
+    previousInterfaces = current;
+    for (const std::string& name : previousInterfaces) {
+        LNKD_LOGI("preinterfacelist is %s", name.c_str());
+    }
+    return 0;
+}
+
+int addInterfaces(const char* name) {
+    Parameters* const parameters = commandParameters();
+    if (parameters == nullptr) {
+        return -1;
+    }
+    parameters->UpdateInterface(name, true);
+    SlaStatsImpl::instance()->updateSlaInterfacemap(name, true);
+    IptablesManager::instance()->updateInterfaceIptables(name, true);
+    return 0;
+}
+
+int removeInterfaces(const char* name) {
+    Parameters* const parameters = commandParameters();
+    if (parameters == nullptr) {
+        return -1;
+    }
+    IptablesManager::instance()->updateInterfaceIptables(name, false);
+    parameters->UpdateInterface(name, false);
+    SlaStatsImpl::instance()->updateSlaInterfacemap(name, false);
+    return 0;
+}
+
+int setUidWhitelist(const char* uids) {
+    if (lastUidWhitelist == uids) {
+        return 0;
+    }
+    lastUidWhitelist = uids;
+    Parameters* const parameters = commandParameters();
+    if (parameters == nullptr) {
+        return -1;
+    }
+    parameters->setuidwhitelist(listOrNone(uids));
+    parameters->populateuidwhitelist();
+    IptablesManager* const rules = IptablesManager::instance();
+    rules->setup_dvx_whitelist();
+    rules->setup_uid_whitelist();
+    return 0;
+}
+
+int setDblWlanUidWhitelist(const char* uids) {
+    if (lastDblWlanWhitelist == uids) {
+        return 0;
+    }
+    lastDblWlanWhitelist = uids;
+    Parameters* const parameters = commandParameters();
+    if (parameters == nullptr) {
+        return -1;
+    }
+    parameters->setDblWlanUidWhitelist(listOrNone(uids));
+    parameters->populateDblWlanUidWhitelist();
+    IptablesManager* const rules = IptablesManager::instance();
+    rules->setup_dvx_whitelist();
+    rules->setup_double_wlan_uid_whitelist();
+    return 0;
+}
+
+}  // namespace lnkd

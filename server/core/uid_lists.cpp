@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/parameters.h"
+#include "core/text_values.h"
+
+#define LNKD_LOG_TAG "DVX-Lnkd-SlaParameters"
+#include "core/log.h"
+
+namespace lnkd {
+
+namespace {
+
+// Longest entry of the two whitelists: five digits hold every application UID of a phone's first
+// user. Gaming UIDs have no such limit.
+constexpr size_t kLongestWhitelistUid = 5;
+
+// The entries of a whitelist text; one that is too long is reported under `caller` and left out.
+std::vector<std::string> whitelistEntries(const std::string& text, const char* caller) {
+    std::vector<std::string> kept;
+    for (std::string& entry : splitList(text)) {
+        if (entry.size() > kLongestWhitelistUid) {
+            LNKD_LOGE("%s token length error is %lu", caller,
+                      static_cast<unsigned long>(entry.size()));
+        } else {
+            kept.push_back(std::move(entry));
+        }
+    }
+    return kept;
+}
+
+void logEntries(const char* label, const std::vector<std::string>& entries) {
+    for (const std::string& entry : entries) {
+        LNKD_LOGI("%s = %s", label, entry.c_str());
+    }
+}
+
+}  // namespace
+
+void Parameters::setuidwhitelist(const char* uids) {
+    if (uids != nullptr) {
+        const MutexLock lock(m_textMutex);
+        uid_whitelist = uids;
+    }
+}
+
+void Parameters::setDblWlanUidWhitelist(const char* uids) {
+    if (uids != nullptr) {
+        const MutexLock lock(m_textMutex);
+        m_dblWlanUids = uids;
+    }
+}
+
+void Parameters::setGamingUids(const char* uids) {
+    if (uids != nullptr) {
+        const MutexLock lock(m_textMutex);
+        m_gamingUids = uids;
+    }
+}
+
+void Parameters::populateuidwhitelist() {
+    const MutexLock lock(m_textMutex);
+    m_uidWhitelist = whitelistEntries(uid_whitelist, "populateuidwhitelist");
+    logEntries("SLA UID whitelist", m_uidWhitelist);
+}
+
+void Parameters::populateDblWlanUidWhitelist() {
+    const MutexLock lock(m_textMutex);
+    m_dblWlanUidWhitelist = whitelistEntries(m_dblWlanUids, "populateDblWlanUidWhitelist");
+    logEntries("SLA Double Wlan UID whitelist", m_dblWlanUidWhitelist);
+}
+
+void Parameters::populateGamingUids() {
+    const MutexLock lock(m_textMutex);
+    m_gamingUidList = splitList(m_gamingUids);
+    logEntries("SLS GAMING Demo UID", m_gamingUidList);
+}
+
+std::string Parameters::getGamingUids() const {
+    const MutexLock lock(m_textMutex);
+    return m_gamingUids;
+}
+
+std::vector<std::string> Parameters::uidWhitelist() const {
+    const MutexLock lock(m_textMutex);
+    return m_uidWhitelist;
+}
+
+std::vector<std::string> Parameters::dblWlanUidWhitelist() const {
+    const MutexLock lock(m_textMutex);
+    return m_dblWlanUidWhitelist;
+}
+
+std::vector<std::string> Parameters::gamingUidList() const {
+    const MutexLock lock(m_textMutex);
+    return m_gamingUidList;
+}
+
+}  // namespace lnkd
