@@ -25,7 +25,7 @@ std::string linePrefix(int prio, const char* tag) {
     localtime_r(&now.tv_sec, &local);
     char when[32];
     strftime(when, sizeof(when), "%m-%d %H:%M:%S", &local);
-    char prefix[160];
+    char prefix[256];
     const long thread = syscall(SYS_gettid);
     snprintf(prefix, sizeof(prefix), "%s.%03ld %5d %5ld %c %-8.100s: ", when, now.tv_nsec / 1000000,
              getpid(), thread, priorityLetter(prio), tag);
