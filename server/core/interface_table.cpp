@@ -52,6 +52,17 @@ NameDefaults defaultsFor(const std::string& name, const char* cellularMode) {
     return {"0", "0", "0x5A", "0"};
 }
 
+// The nine fields of a description, with no cost, no bias and no access point.
+std::string descriptionFor(const std::string& name, const char* cellularMode) {
+    const NameDefaults defaults = defaultsFor(name, cellularMode);
+    std::string text;
+    for (const char* field : {name.c_str(), defaults.metered, name.c_str(), defaults.fwmark,
+                              defaults.isDefault, "0", "0", defaults.slave}) {
+        text.append(field).append(",");
+    }
+    return text.append("ffffffffffff");
+}
+
 std::string propertyText(const char* key, const char* defaultValue) {
     char value[PROPERTY_VALUE_MAX];
     property_get(key, value, defaultValue);
@@ -201,10 +212,7 @@ void Parameters::populatIfaceslist() {
     }
     num_interfaces = static_cast<uint32_t>(m_ifaceList.size());
     for (size_t i = 0; i < m_ifaceList.size(); ++i) {
-        const std::string& name = m_ifaceList[i];
-        const NameDefaults defaults = defaultsFor(name, m_cellularMode.c_str());
-        m_ifaceParams[i] = name + ',' + defaults.metered + ',' + name + ',' + defaults.fwmark +
-                           ',' + defaults.isDefault + ",0,0," + defaults.slave + ",ffffffffffff";
+        m_ifaceParams[i] = descriptionFor(m_ifaceList[i], m_cellularMode.c_str());
         LNKD_LOGI("SLA m_ifaceParams[i] = %s", m_ifaceParams[i].c_str());
     }
 }
