@@ -155,6 +155,13 @@ void SlaStatsImpl::evalAndSetSLAInterfaceRatio() {
     }
 }
 
+void SlaStatsImpl::forgetShares() {
+    const MutexLock lock(statsMutex);
+    for (const auto& [name, link] : m_slaInterfaceMap) {
+        link->interfaceRatio = 0;
+    }
+}
+
 void SlaStatsImpl::measureLink(linkStatsWrapper_t& link, bool metered,
                                const Parameters& parameters) {
     uint32_t estimate = link.statsData->linkRateEstimate(&link.sampleCount, link.interfaceName);

@@ -51,6 +51,10 @@ class SlaStatsImpl {
     // than min_ratio_change percent of new connections would move.
     void evalAndSetSLAInterfaceRatio() EXCLUDES(configMutex, statsMutex);
 
+    // Makes the next pass build the ratio rules again. A pass that comes between an interface's
+    // statistics and its chains has its rules refused, and would not know.
+    void forgetShares() EXCLUDES(statsMutex);
+
     // Remembers `rate` among the last best_est_cache_size estimates (kbit/s) and returns the
     // largest of them: what an idle link is still good for. Without such a memory it returns
     // `rate`.

@@ -78,6 +78,7 @@ int addInterfaces(const char* name) {
     parameters->UpdateInterface(name, true);
     SlaStatsImpl::instance()->updateSlaInterfacemap(name, true);
     IptablesManager::instance()->updateInterfaceIptables(name, true);
+    SlaStatsImpl::instance()->forgetShares();
     return 0;
 }
 

@@ -120,10 +120,11 @@ void* socketThreadHandle(void* /*unused*/) {
         LNKD_LOGE("create socket failed\n");
         return nullptr;
     }
+    // From here on a teardown may close it at any moment: nothing but accept follows.
+    listen(fd, kBacklog);
     listeningFd.store(fd, std::memory_order_release);
     const std::chrono::milliseconds period(
             std::max<int32_t>(Parameters::instance()->ping_interval_ms, 1));
-    listen(fd, kBacklog);
     const unique_fd connection(accept4(fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection.ok()) {
         LNKD_LOGE("accept fail, error=%s\n", strerror(errno));

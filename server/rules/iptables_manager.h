@@ -46,8 +46,8 @@ class IptablesManager {
     int32_t updateInterfaceIptables(const char* name, bool add);
 
     // Makes the mark chain, the policy rule and the masquerading of an interface, and its wrapper
-    // chain, empty, when only some applications may use it. Adding one twice leaves the last
-    // three twice.
+    // chain, empty, when only some applications may use it. Adding one twice leaves its
+    // masquerading twice.
     int32_t create_DVX_FWMARK_chain_for_iface(const InterfaceInfo_t* record);
     // Removes them, and with them all ratio rules, which the next pass makes again. Without a
     // wrapper chain, or behind a removed nat chain, some of its commands are refused.

@@ -1,0 +1,87 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The daemon on its phone: starting it, ordering it, ending it."""
+
+import fcntl
+import os
+import re
+import struct
+import termios
+from contextlib import contextmanager, suppress
+from pathlib import Path
+
+import pytest
+import world
+from steering import kernel, shares
+
+CONF = Path("/vendor/etc/sla/lnkd.conf")
+TOOLS = [Path(f"/system/bin/{tool}-wrapper-1.0") for tool in ("iptables", "ip")]
+GATE = f"{world.LAB}/gate"
+ALL_LINKS = ",".join(world.LINKS)
+# A sanitizer makes the daemon several times slower.
+DEADLINE = 50.0 if re.search("asan|tsan", os.environ.get("LNKD_BUILD", "")) else 10.0
+COMPLAINT = re.compile("WARNING: ThreadSanitizer|ERROR: AddressSanitizer|runtime error:")
+
+
+class Phone:
+    """The daemon under test and the control connection to it."""
+
+    def start(self, conf=""):
+        """Starts the daemon, and a brisk one unless `conf` is None."""
+        if conf is not None:
+            CONF.write_text(f"ping_interval_ms=20\nmini_est_interval=20\n{conf}")
+        self.control, self.orders = None, 0
+        self.daemon = world.start_daemon()
+
+    def order(self, *messages):
+        """Sends messages and returns when the last one has been carried out."""
+        self.control = self.control or world.connect_control(DEADLINE)
+        self.orders += 1
+        # Messages are taken one after the other: when the last is, those before it are done.
+        for message in (*messages, (0, f"order {self.orders}")):
+            world.send_message(self.control, *message)
+        self.wait_for(rf"recv msg: .*\[order {self.orders}\]")
+
+    def wait_for(self, pattern):
+        self.daemon.wait_for(pattern, DEADLINE)
+
+    def stop(self):
+        """Ends the daemon as init would; it must leave nothing behind."""
+        status = self.daemon.stop(DEADLINE)
+        complaints = [line for line in self.daemon.log if COMPLAINT.search(line)]
+        assert (complaints, status, kernel()) == ([], 0, {})
+
+
+def wait_until(predicate, what):
+    return world.wait_until(predicate, DEADLINE, what)
+
+
+@contextmanager
+def gate(text):
+    """Holds the next tool command that contains `text`, from reached() to the block's end."""
+    held = []
+
+    def attempt():
+        with suppress(OSError):  # nobody is waiting there
+            held.append(os.open(GATE, os.O_WRONLY | os.O_NONBLOCK))
+        return held
+
+    os.mkfifo(GATE)
+    hold = f'case "$*" in *"{text}"*) [ -p {GATE} ] && read _ < {GATE};; esac\nexec '
+    TOOLS[0].write_text(TOOLS[0].read_text().replace("exec ", hold))
+    yield lambda: wait_until(attempt, "a command at the gate")
+    os.unlink(GATE)
+    os.close(held[0])
+
+
+def wait_for_shares(**wanted):
+    """Waits until the rules, in this order, give each link its share of new connections."""
+    def reached():
+        found = shares()
+        return list(found) == list(wanted) and found == pytest.approx(wanted, abs=1e-5)
+
+    wait_until(reached, f"shares {wanted}")
+
+
+def unread(client):
+    """The bytes that were sent and that nobody has received."""
+    return struct.unpack("i", fcntl.ioctl(client, termios.TIOCOUTQ, b"\0" * 4))[0]
