@@ -31,9 +31,23 @@ bool contains(const std::vector<std::string>& names, const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-// The text of a list as the parameter store takes it.
-const char* listOrNone(const char* text) {
-    return strcmp(text, "NULL") == 0 ? "" : text;
+// Takes a whitelist, unless it equals the last one, into the parameter store and the rules.
+int setWhitelist(const char* uids, std::string& last, void (Parameters::*set)(const char*),
+                 void (Parameters::*populate)(), int32_t (IptablesManager::*setupWrappers)()) {
+    if (last == uids) {
+        return 0;
+    }
+    last = uids;
+    Parameters* const parameters = commandParameters();
+    if (parameters == nullptr) {
+        return -1;
+    }
+    (parameters->*set)(strcmp(uids, "NULL") == 0 ? "" : uids);
+    (parameters->*populate)();
+    IptablesManager* const rules = IptablesManager::instance();
+    rules->setup_dvx_whitelist();
+    (rules->*setupWrappers)();
+    return 0;
 }
 
 }  // namespace
@@ -94,37 +108,14 @@ int removeInterfaces(const char* name) {
 }
 
 int setUidWhitelist(const char* uids) {
-    if (lastUidWhitelist == uids) {
-        return 0;
-    }
-    lastUidWhitelist = uids;
-    Parameters* const parameters = commandParameters();
-    if (parameters == nullptr) {
-        return -1;
-    }
-    parameters->setuidwhitelist(listOrNone(uids));
-    parameters->populateuidwhitelist();
-    IptablesManager* const rules = IptablesManager::instance();
-    rules->setup_dvx_whitelist();
-    rules->setup_uid_whitelist();
-    return 0;
+    return setWhitelist(uids, lastUidWhitelist, &Parameters::setuidwhitelist,
+                        &Parameters::populateuidwhitelist, &IptablesManager::setup_uid_whitelist);
 }
 
 int setDblWlanUidWhitelist(const char* uids) {
-    if (lastDblWlanWhitelist == uids) {
-        return 0;
-    }
-    lastDblWlanWhitelist = uids;
-    Parameters* const parameters = commandParameters();
-    if (parameters == nullptr) {
-        return -1;
-    }
-    parameters->setDblWlanUidWhitelist(listOrNone(uids));
-    parameters->populateDblWlanUidWhitelist();
-    IptablesManager* const rules = IptablesManager::instance();
-    rules->setup_dvx_whitelist();
-    rules->setup_double_wlan_uid_whitelist();
-    return 0;
+    return setWhitelist(uids, lastDblWlanWhitelist, &Parameters::setDblWlanUidWhitelist,
+                        &Parameters::populateDblWlanUidWhitelist,
+                        &IptablesManager::setup_double_wlan_uid_whitelist);
 }
 
 }  // namespace lnkd

@@ -81,19 +81,9 @@ int32_t IptablesManager::remove_DVX_FWMARK_chain_for_iface(const InterfaceInfo_t
 }
 
 int32_t IptablesManager::cleanup_DVX_iptables_FWMARK_chains() {
-    static constexpr char kCaller[] = "cleanup_DVX_iptables_FWMARK_chains";
-    int failures = 0;
-    for (const auto& [name, record] : *Parameters::instance()->interfaces()) {
-        if (remove_DVX_FWMARK_chain_for_iface(record.get()) != 0) {
-            LNKD_LOGE("%s Cleanup FWMARK for interface %s failed", kCaller, name.c_str());
-            ++failures;
-        }
-    }
-    if (failures != 0) {
-        LNKD_LOGE("%s Failure when cleaning FWMARK tables for all interfaces ", kCaller);
-        return -1;
-    }
-    return 0;
+    return onAllInterfaces(&IptablesManager::remove_DVX_FWMARK_chain_for_iface,
+                           "cleanup_DVX_iptables_FWMARK_chains", "Cleanup FWMARK for interface",
+                           "Failure when cleaning FWMARK tables for all interfaces");
 }
 
 }  // namespace lnkd

@@ -7,6 +7,9 @@
 #include "core/text_values.h"
 #include "rules/command_runner.h"
 
+#define LNKD_LOG_TAG "DVX-Lnkd-iptablesManager"
+#include "core/log.h"
+
 namespace lnkd {
 
 Mutex IptablesManager::ruleSetMutex;
@@ -109,6 +112,22 @@ int32_t IptablesManager::updateInterfaceIptables(const char* name, bool add) {
             remove_SLS_iptables_UID_for_interface(record.get());
         }
         remove_DVX_FWMARK_chain_for_iface(record.get());
+    }
+    return 0;
+}
+
+int32_t IptablesManager::onAllInterfaces(InterfaceOperation operation, const char* caller,
+                                         const char* each, const char* all) {
+    int failures = 0;
+    for (const auto& [name, record] : *Parameters::instance()->interfaces()) {
+        if ((this->*operation)(record.get()) != 0) {
+            LNKD_LOGE("%s %s %s failed", caller, each, name.c_str());
+            ++failures;
+        }
+    }
+    if (failures != 0) {
+        LNKD_LOGE("%s %s ", caller, all);
+        return -1;
     }
     return 0;
 }

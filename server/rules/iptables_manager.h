@@ -100,6 +100,13 @@ class IptablesManager {
     IptablesManager();
     ~IptablesManager();
 
+    using InterfaceOperation = int32_t (IptablesManager::*)(const InterfaceInfo_t*);
+
+    // Runs an operation on every interface of the table, also after one has failed. `each` says
+    // what failed for one, before its name, and `all` that one did, both after `caller`.
+    int32_t onAllInterfaces(InterfaceOperation operation, const char* caller, const char* each,
+                            const char* all);
+
     // One rule of zelk_SLA: a new web connection goes to the link's chain with its share of what
     // `assigned` left. Returns the command's result.
     static uint32_t appendRatioRule(const linkStatsWrapper_t& link, const InterfaceInfo_t& record,

@@ -84,35 +84,15 @@ int32_t IptablesManager::remove_SLS_iptables_UID_for_interface(const InterfaceIn
 }
 
 int32_t IptablesManager::setup_SLS_iptables_UID_chains() {
-    static constexpr char kCaller[] = "setup_SLS_iptables_UID_chains";
-    int failures = 0;
-    for (const auto& [name, record] : *Parameters::instance()->interfaces()) {
-        if (create_SLS_iptables_UID_for_interface(record.get()) != 0) {
-            LNKD_LOGE("%s Creating UID chain for interface %s failed", kCaller, name.c_str());
-            ++failures;
-        }
-    }
-    if (failures != 0) {
-        LNKD_LOGE("%s Failure when creating SLS UID tables for all interfaces ", kCaller);
-        return -1;
-    }
-    return 0;
+    return onAllInterfaces(&IptablesManager::create_SLS_iptables_UID_for_interface,
+                           "setup_SLS_iptables_UID_chains", "Creating UID chain for interface",
+                           "Failure when creating SLS UID tables for all interfaces");
 }
 
 int32_t IptablesManager::cleanup_SLS_iptables_UID_chains() {
-    static constexpr char kCaller[] = "cleanup_SLS_iptables_UID_chains";
-    int failures = 0;
-    for (const auto& [name, record] : *Parameters::instance()->interfaces()) {
-        if (remove_SLS_iptables_UID_for_interface(record.get()) != 0) {
-            LNKD_LOGE("%s Remove UID chain for interface %s failed", kCaller, name.c_str());
-            ++failures;
-        }
-    }
-    if (failures != 0) {
-        LNKD_LOGE("%s Failure when removing SLS UID tables for all interfaces ", kCaller);
-        return -1;
-    }
-    return 0;
+    return onAllInterfaces(&IptablesManager::remove_SLS_iptables_UID_for_interface,
+                           "cleanup_SLS_iptables_UID_chains", "Remove UID chain for interface",
+                           "Failure when removing SLS UID tables for all interfaces");
 }
 
 int32_t IptablesManager::set_SLS_interface(const char* name) {

@@ -6,8 +6,8 @@ using ControlSocket = PrivateWorld;
 
 TEST_F(ControlSocket, TakesThePlaceOfAnOldFileAndIsOpenToAll) {
     umask(077);
-    write("/old", "left by a killed run");
-    for (const std::string& path : {std::string("/old"), '/' + std::string(200, 'a')}) {
+    write("/old-socket", "left by a killed run");
+    for (const std::string& path : {std::string("/old-socket"), '/' + std::string(200, 'a')}) {
         EXPECT_GE(lnkd::createSocket(path.c_str()), 0) << path;
         struct stat file {};
         lstat(path.substr(0, 107).c_str(), &file);
