@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -11,6 +12,10 @@
 namespace lnkd {
 
 class Parameters;
+
+// Buffers that getSlaVoipState() fills, in bytes, NUL included.
+constexpr size_t kVoipAddressSize = 16;
+constexpr size_t kVoipPortSize = 8;
 
 // How new connections are shared out in a pass.
 enum SLA_ratio_calc_process {
@@ -54,6 +59,16 @@ class SlaStatsImpl {
     // Makes the next pass build the ratio rules again. A pass that comes between an interface's
     // statistics and its chains has its rules refused, and would not know.
     void forgetShares() EXCLUDES(statsMutex);
+
+    // Has the module follow the calls of the application `uid`, or stop doing so. `uid` must be a
+    // UID. Returns the result of the second of its two commands, 0 or -1.
+    int32_t enableSlaVoipState(bool enable, const char* uid);
+
+    // Reads the remote end of the call: two decimal numbers, the IPv4 address and the port, each
+    // the raw network-order value read as a little-endian integer. `address` and `port` are
+    // zero-filled buffers of kVoipAddressSize and kVoipPortSize bytes; a state that is not (yet) a
+    // pair leaves them so. Returns the bytes read, or -1 when the file cannot be opened.
+    static int32_t getSlaVoipState(char* address, char* port);
 
     // Remembers `rate` among the last best_est_cache_size estimates (kbit/s) and returns the
     // largest of them: what an idle link is still good for. Without such a memory it returns

@@ -11,6 +11,7 @@
 #include "core/parameters.h"
 #include "core/text_values.h"
 #include "rules/iptables_manager.h"
+#include "selection/smart_link_selection.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-LnkdSocket-Server"
 #include "core/log.h"
@@ -93,6 +94,9 @@ int addInterfaces(const char* name) {
     SlaStatsImpl::instance()->updateSlaInterfacemap(name, true);
     IptablesManager::instance()->updateInterfaceIptables(name, true);
     SlaStatsImpl::instance()->forgetShares();
+    if (SmartLinkSelection::isInstance()) {
+        SmartLinkSelection::instance()->updateSlsInterfacemap(name, true);
+    }
     return 0;
 }
 
@@ -104,6 +108,9 @@ int removeInterfaces(const char* name) {
     IptablesManager::instance()->updateInterfaceIptables(name, false);
     parameters->UpdateInterface(name, false);
     SlaStatsImpl::instance()->updateSlaInterfacemap(name, false);
+    if (SmartLinkSelection::isInstance()) {
+        SmartLinkSelection::instance()->updateSlsInterfacemap(name, false);
+    }
     return 0;
 }
 

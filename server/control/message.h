@@ -13,7 +13,11 @@ constexpr char kControlSocketPath[] = "/dev/socket/lnkd";
 enum MessageId : int32_t {
     kSetUidWhitelist = 1,         // comma-separated UIDs, or "NULL" for none
     kUpdateInterfaces = 2,        // comma-separated names of all interfaces that are up now
+    kUpdateSlsInterfacesRtt = 4,  // a round-trip time in ms, decimal
+    kStartSlsServer = 5,          // comma-separated UIDs of the game that starts
+    kStopSlsServer = 6,           // the game ended; no argument
     kSetDblWlanUidWhitelist = 7,  // comma-separated UIDs, or "NULL" for none
+    kSetVoipStatus = 8,           // UID of the application whose call starts, "0" when it ended
     kUpdateInterfaceBssid = 9,    // BSSID of wlan0, a comma, BSSID of wlan1
     kUpdateInterfaceMode = 18,    // "1" when cellular traffic is metered, else "0"
 };

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "control/interface_commands.h"
+#include "control/selection_commands.h"
 #include "control/socket_server.h"
 #include "core/parameters.h"
 #include "core/thread_annotations.h"
@@ -32,8 +33,20 @@ void handleMessage(const msg_t& msg) {
         case kUpdateInterfaces:
             updateInterfaces(msg.message);
             break;
+        case kUpdateSlsInterfacesRtt:
+            updateSlsInterfacesRtt(msg.message);
+            break;
+        case kStartSlsServer:
+            StartSlsServer(msg.message);
+            break;
+        case kStopSlsServer:
+            StopSlsServer();
+            break;
         case kSetDblWlanUidWhitelist:
             setDblWlanUidWhitelist(msg.message);
+            break;
+        case kSetVoipStatus:
+            setVoipStatus(msg.message);
             break;
         case kUpdateInterfaceBssid:
             if (parameters != nullptr) {

@@ -11,6 +11,9 @@
 #include "control/socket_server.h"
 #include "core/parameters.h"
 #include "rules/iptables_manager.h"
+#include "selection/smart_link_selection.h"
+#include "selection/socket_killing.h"
+#include "selection/tcp_socket_monitor.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-daemon"
 #include "core/log.h"
@@ -52,6 +55,7 @@ void startUp() {
     IptablesManager::instance();
     createSocketThreads(parameters);
     SlaStatsImpl::instance()->enableSLA(true);
+    SmartLinkSelection::instance();
 }
 
 // Runs until vendor.sla.enabled says 2 or a stop signal comes; true for the latter.
@@ -59,6 +63,7 @@ bool runMainLoop() {
     Parameters* const parameters = Parameters::instance();
     for (;;) {
         SlaStatsImpl::instance()->evalAndSetSLAInterfaceRatio();
+        SmartLinkSelection::instance()->slsChooseInterface();
         // A period below 1 ms, also one that was written as a negative number, would spin.
         const auto period = static_cast<int32_t>(parameters->get(kMiniEstInterval));
         if (sleepUnlessStopped(std::max<int32_t>(period, 1))) {
@@ -73,8 +78,13 @@ bool runMainLoop() {
 void tearDown() {
     LNKD_LOGE("Dvx disabled, starting cleanup...\n");
     stopHandlingMessages();
+    SlaTcpSocketMonitor::finalize();
+    SmartLinkSelection::finalize();
     SlaStatsImpl::instance()->enableSLA(false);
     IptablesManager::clean_DVX_iptables();
+    for (const std::string& uid : Parameters::instance()->gamingUidList()) {
+        killSocketsForUID(uid.c_str());
+    }
     stopSocketThreads();
     SlaStatsImpl::finalize();
     LNKD_LOGI("Lnkd exiting");

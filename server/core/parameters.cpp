@@ -66,6 +66,12 @@ void Parameters::setGamingRttServer(const char* server) {
     }
 }
 
+void Parameters::setProbeTarget(const ProbeTarget& target) {
+    const MutexLock lock(m_textMutex);
+    rtt_server = target.server;
+    rttServerPort = target.port;
+}
+
 ProbeTarget Parameters::probeTarget() const {
     const MutexLock lock(m_textMutex);
     return {rtt_server, rttServerPort};

@@ -161,9 +161,12 @@ class Parameters {
         gamingConnectStatus.store(on, std::memory_order_relaxed);
     }
 
-    // Replaces the host that probes measure against; null changes nothing.
-    void setGamingRttServer(const char* server) EXCLUDES(m_textMutex);
+    // What probes measure against.
     ProbeTarget probeTarget() const EXCLUDES(m_textMutex);
+    // Replaces it, host and port at once.
+    void setProbeTarget(const ProbeTarget& target) EXCLUDES(m_textMutex);
+    // Replaces its host only; null changes nothing.
+    void setGamingRttServer(const char* server) EXCLUDES(m_textMutex);
 
   private:
     Parameters();

@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <numeric>
+
+#include "core/parameters.h"
+#include "private_world.h"
+#include "rules/iptables_manager.h"
+#include "selection/smart_link_selection.h"
+#include "selection/tcp_socket_monitor.h"
+
+namespace lnkd {
+
+// What the choice keeps to itself.
+class SmartLinkSelectionPeer {
+  public:
+    explicit SmartLinkSelectionPeer(SmartLinkSelection* engine) : m_engine(engine) {}
+
+    InterfaceRtt& record(const std::string& name) NO_THREAD_SAFETY_ANALYSIS {
+        return *m_engine->m_slsInterfaceMap.at(name);
+    }
+    // Rates the links and makes one choice; the name chosen, "" for none.
+    std::string choose(const std::map<std::string, int32_t>& levels) NO_THREAD_SAFETY_ANALYSIS {
+        for (const auto& [name, level] : levels)
+            record(name).m_networkLevel = level;
+        m_engine->calcInterface();
+        return m_engine->m_currentInterface ? m_engine->m_currentInterface->m_ifaceName : "";
+    }
+    void setWindow(int64_t secondsAgo, int32_t switches) NO_THREAD_SAFETY_ANALYSIS {
+        gettimeofday(&m_engine->m_hystWindowStart, nullptr);
+        m_engine->m_hystWindowStart.tv_sec -= secondsAgo;
+        m_engine->m_switchCount = switches;
+    }
+    size_t size() NO_THREAD_SAFETY_ANALYSIS { return m_engine->m_slsInterfaceMap.size(); }
+
+  private:
+    SmartLinkSelection* m_engine;
+};
+
+namespace {
+
+void feed(InterfaceRtt& record, std::initializer_list<int32_t> samples) {
+    for (const int32_t sample : samples)
+        record.setSpeed(sample);
+}
+
+TEST(InterfaceRating, SmoothsAnswersAndBridgesMissesUpToTheLimit) {
+    InterfaceRtt record("wlan0", true);
+    feed(record, {100});
+    EXPECT_EQ(record.m_speed, 100) << "the first answer stands for the averages";
+    feed(record, {100, 100, 100, 100, 100, 100, 100, 100, 100, 100, 400});
+    EXPECT_EQ(record.m_speed, 100) << "a sample counts from the next one on";
+    EXPECT_EQ(record.m_longpreviousSpeed.size(), 10U);
+    EXPECT_EQ(record.m_shortpreviousSpeed, (std::vector<int32_t>{100, 100, 400}));
+    feed(record, {100});
+    EXPECT_EQ(record.m_speed, 165) << "half of 200 and of 130";
+    feed(record, {-1, -1, -1, -1});
+    EXPECT_EQ(record.m_networkLevel, 11);
+    EXPECT_EQ(record.m_shortpreviousSpeed.back(), 100) << "a miss repeats the newest sample";
+    feed(record, {-1});
+    EXPECT_EQ(std::pair(record.m_speed, record.m_networkLevel), std::pair(-1, 1)) << "failed";
+    feed(record, {80});
+    EXPECT_GT(record.m_networkLevel, 1) << "one answer ends it";
+    feed(record, {-1});
+    EXPECT_EQ(record.m_networkLevel, 1) << "and one more miss brings it back";
+}
+
+TEST(InterfaceRating, FollowsItsBandsWithTwentyMillisecondsOfHysteresis) {
+    struct Case {
+        const char* name;
+        int32_t speed, level;
+    };
+    // The short average alone: halves of an odd number lose one.
+    Parameters::instance()->setValue("alpha_percent", "0");
+    for (const Case& c : {Case{"wlan0", 1, 11},
+                          {"wlan0", 119, 11},
+                          {"wlan0", 120, 9},
+                          {"wlan1", 219, 9},
+                          {"wlan0", 220, 7},
+                          {"wlan0", 419, 5},
+                          {"wlan0", 420, 3},
+                          {"wlan0", 9999, 3},
+                          {"rmnet_data0", 89, 10},
+                          {"rmnet_data0", 90, 8},
+                          {"ccmni0", 189, 8},
+                          {"Wlan0", 389, 4},
+                          {"rmnet_data0", 390, 2},
+                          {"wlan0", 0, 0}}) {
+        InterfaceRtt record(c.name, true);
+        feed(record, {c.speed});
+        EXPECT_EQ(record.m_networkLevel, c.level) << c.name << ' ' << c.speed;
+    }
+    InterfaceRtt record("wlan0", true);
+    for (const auto& [speed, level] :
+         {std::pair(115, 11), {121, 11}, {136, 9}, {250, 7}, {50, 11}}) {
+        record.m_longpreviousSpeed.assign(10, speed);
+        record.m_shortpreviousSpeed.assign(3, speed);
+        feed(record, {speed});
+        EXPECT_EQ(record.m_networkLevel, level) << speed;
+    }
+}
+
+TEST(InterfaceRating, ClampsWhatTheConfigurationMayHoldOutOfRange) {
+    Parameters* const p = Parameters::instance();
+    for (const auto& [alpha, speed] : {std::pair("250", 200), {"-5", 100}, {"30", 130}}) {
+        p->setValue("alpha_percent", alpha);
+        InterfaceRtt record("wlan0", true);
+        record.m_longpreviousSpeed = {200};
+        record.m_shortpreviousSpeed = {100};
+        feed(record, {7});
+        EXPECT_EQ(record.m_speed, speed) << alpha;
+    }
+    p->setValue("min_ping_times", "0");
+    InterfaceRtt failed("wlan0", true);
+    feed(failed, {10});
+    EXPECT_EQ(failed.m_networkLevel, 1);
+    p->setValue("min_ping_times", "1");
+    InterfaceRtt raw("wlan0", true);
+    feed(raw, {70, -1});
+    EXPECT_EQ(std::pair(raw.m_speed, raw.m_networkLevel), std::pair(-1, 0)) << "never rated";
+}
+
+class Choice : public PrivateWorld {
+  protected:
+    void SetUp() override {
+        PrivateWorld::SetUp();
+        Parameters* const p = Parameters::instance();
+        p->UpdateInterface("wlan0,wlan1,rmnet_data0", true);
+        p->setValue("t_hyst_s", "10");
+        IptablesManager::instance();
+        commands();
+        m_choice = SmartLinkSelectionPeer(SmartLinkSelection::instance());
+    }
+    SmartLinkSelectionPeer m_choice{nullptr};
+};
+
+TEST_F(Choice, TakesTheBestLevelAndBreaksTiesByWhatIsChosen) {
+    SmartLinkSelection* const engine = SmartLinkSelection::instance();
+    engine->initPingThreads();
+    EXPECT_EQ(m_choice.choose({}), "wlan0") << "unrated: the last that is no second Wi-Fi";
+    EXPECT_EQ(commands(), "-F @SLS; -A @SLS -j @sls_uid_wlan0; ");
+    EXPECT_EQ(m_choice.choose({{"wlan0", 9}, {"wlan1", 9}, {"rmnet_data0", 8}}), "wlan0");
+    EXPECT_EQ(commands(), "") << "no switch, no rule";
+    m_choice.setWindow(11, 5);
+    EXPECT_EQ(m_choice.choose({{"rmnet_data0", 10}}), "rmnet_data0") << "the window is over";
+    m_choice.setWindow(11, 5);
+    EXPECT_EQ(m_choice.choose({{"rmnet_data0", 8}}), "wlan1") << "the later one, from cellular";
+}
+
+TEST_F(Choice, HoldsWithinItsWindowUnlessTheChosenLinkHasFailed) {
+    EXPECT_EQ(m_choice.choose({{"wlan0", 9}, {"rmnet_data0", 8}}), "wlan0");
+    m_choice.setWindow(3, 1);
+    EXPECT_EQ(m_choice.choose({{"rmnet_data0", 10}}), "wlan0") << "one switch was allowed";
+    EXPECT_EQ(m_choice.choose({{"wlan0", 1}}), "rmnet_data0") << "failed";
+    m_choice.setWindow(3, 0);
+    EXPECT_EQ(m_choice.choose({{"wlan0", 11}}), "wlan0") << "a switch is left";
+    m_choice.setWindow(-3600, 1);  // the clock was set back by an hour
+    EXPECT_EQ(m_choice.choose({{"wlan0", 3}}), "wlan0") << "held";
+    EXPECT_EQ(m_choice.choose({{"wlan0", 1}}), "rmnet_data0") << "and not for ever";
+}
+
+TEST_F(Choice, ForgetsALinkThatIsTakenAwayAndRefusesACutName) {
+    Parameters* const p = Parameters::instance();
+    p->setGamingRunning(true);
+    SmartLinkSelection* const engine = SmartLinkSelection::instance();
+    EXPECT_EQ(m_choice.choose({{"wlan0", 9}, {"rmnet_data0", 8}}), "wlan0");
+    engine->updateSlsInterfacemap("wlan0", false);
+    m_choice.setWindow(0, 9);
+    EXPECT_EQ(m_choice.choose({}), "rmnet_data0") << "nothing was chosen, so nothing holds";
+    p->UpdateInterface("wlan45678901234", true);  // 15 characters, all that the kernel allows
+    engine->updateSlsInterfacemap("wlan45678901234", true);
+    engine->updateSlsInterfacemap("nosuch0", true);
+    EXPECT_EQ(m_choice.size(), 2U);
+    engine->threadDestory();
+    engine->destoryPingThreads();
+    EXPECT_EQ(m_choice.size(), 0U);
+    EXPECT_EQ(m_choice.choose({}), "");
+}
+
+using Call = PrivateWorld;
+
+TEST_F(Call, PointsTheProbesAtItsPeerOnce) {
+    Parameters* const p = Parameters::instance();
+    p->setVoipRunning(true);
+    const std::string fallback = kDefaultRttServer;
+    for (const std::string state :
+         {"", "168204165019", "0,50195", "16820416,65536", "1,2", ",50195"}) {
+        write("/proc/sla/sla_voip_state", state == "1,2" ? "1," : state);
+        SmartLinkSelection::setVoipIpAddressAndPort();
+        EXPECT_EQ(p->probeTarget().server, fallback) << state;
+    }
+    write("/proc/sla/sla_voip_state", "16820416,50195\n and more than it holds");
+    SmartLinkSelection::setVoipIpAddressAndPort();
+    EXPECT_EQ(p->probeTarget().server, "192.168.0.1");
+    EXPECT_EQ(p->probeTarget().port, 5060U);
+    write("/proc/sla/sla_voip_state", "33597632,50195");
+    SmartLinkSelection::setVoipIpAddressAndPort();
+    EXPECT_EQ(p->probeTarget().server, "192.168.0.1") << "once per call";
+}
+
+}  // namespace
+
+// What the socket monitor keeps to itself.
+class SlaTcpSocketMonitorPeer {
+  public:
+    explicit SlaTcpSocketMonitorPeer(SlaTcpSocketMonitor* monitor) : m_monitor(monitor) {}
+
+    // Shows it a socket to 203.0.113.`host`, of which `length` bytes of tcp_info are known.
+    void see(uint32_t uid, uint8_t host, uint16_t port, uint32_t sent, unsigned length = 232) {
+        inet_diag_msg msg{};
+        msg.idiag_family = AF_INET;
+        msg.idiag_uid = uid;
+        msg.id.idiag_dport = htons(port);
+        msg.id.idiag_dst[0] = htonl(0xCB007100U + host);
+        uint8_t info[240] = {};
+        memcpy(info + 136, &sent, sizeof(sent));
+        m_monitor->updateSocketStats({}, &msg, reinterpret_cast<android::net::tcp_info_ext*>(info),
+                                     length);
+        m_monitor->selectServer();
+    }
+
+  private:
+    SlaTcpSocketMonitor* const m_monitor;
+};
+
+TEST(SocketMonitor, ProbesTheServerThatTheGameTalksToMost) {
+    Parameters* const p = Parameters::instance();
+    p->setGamingUids("10123,10456");
+    SlaTcpSocketMonitorPeer monitor(SlaTcpSocketMonitor::instance());
+    const auto target = [p] {
+        return p->probeTarget().server + ':' + std::to_string(p->probeTarget().port);
+    };
+    monitor.see(10123, 1, 443, 900);
+    monitor.see(10123, 2, 80, 900);
+    monitor.see(10456, 3, 5000, 900);
+    EXPECT_EQ(target(), "8.8.8.8:443") << "web ports and other UIDs do not count";
+    monitor.see(10123, 9, 7000, 300, 140);
+    EXPECT_EQ(target(), "203.0.113.9:7000");
+    monitor.see(10123, 7, 5000, 1);
+    EXPECT_EQ(target(), "203.0.113.7:5000") << "the block before was too short for its count";
+    monitor.see(10123, 9, 7000, 1);
+    EXPECT_EQ(target(), "203.0.113.7:5000") << "a tie goes to the lowest port";
+    SlaTcpSocketMonitor::finalize();
+}
+
+}  // namespace lnkd
