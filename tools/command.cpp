@@ -28,7 +28,8 @@ struct CommandRow {
     const char* help;
     Action action;
     int32_t id;
-    Convert convert;  // null: takes no argument
+    Convert convert;        // null: takes no argument
+    const char* text = "";  // kSend without an argument: what the message carries
 };
 
 std::vector<std::string> split(const std::string& text, const char* separators, bool keepEmpty) {
@@ -118,6 +119,38 @@ bool convertMetered(const std::string& argument, Command* command, std::string* 
     return true;
 }
 
+// Unlike those of the whitelists, these UIDs may be long: each user of a phone has its own range.
+bool convertSteeredUids(const std::string& argument, Command* command, std::string* error) {
+    for (const std::string& uid : split(argument, ",", true)) {
+        if (!parseUid(uid)) {
+            *error = quoted(uid) + ": not a UID (digits, 32 bits)";
+            return false;
+        }
+    }
+    command->text = argument;
+    return true;
+}
+
+bool convertCaller(const std::string& argument, Command* command, std::string* error) {
+    // 0 would end a call, not start one.
+    if (parseUid(argument).value_or(0) == 0) {
+        *error = quoted(argument) + ": not the UID of an application (digits, 32 bits, not 0)";
+        return false;
+    }
+    command->text = argument;
+    return true;
+}
+
+bool convertRtt(const std::string& argument, Command* command, std::string* error) {
+    int milliseconds = 0;
+    if (!parseMilliseconds(argument, &milliseconds)) {
+        *error = quoted(argument) + ": not milliseconds (0 to 86400000)";
+        return false;
+    }
+    command->text = argument;
+    return true;
+}
+
 bool convertWait(const std::string& argument, Command* command, std::string* error) {
     if (!parseMilliseconds(argument, &command->waitMs)) {
         *error = quoted(argument) + ": not milliseconds (0 to 86400000)";
@@ -137,6 +170,14 @@ constexpr CommandRow kCommands[] = {
          kUpdateInterfaceBssid, convertBssids},
         {"metered", "0|1", "whether cellular traffic is charged", Action::kSend,
          kUpdateInterfaceMode, convertMetered},
+        {"game start", "UIDS", "a game of these applications starts", Action::kSend,
+         kStartSlsServer, convertSteeredUids},
+        {"game stop", "", "the game has ended", Action::kSend, kStopSlsServer, nullptr},
+        {"voip start", "UID", "a call of this application starts", Action::kSend, kSetVoipStatus,
+         convertCaller},
+        {"voip stop", "", "the call has ended", Action::kSend, kSetVoipStatus, nullptr, "0"},
+        {"rtt", "MS", "a round-trip time that applications see", Action::kSend,
+         kUpdateSlsInterfacesRtt, convertRtt},
         {"wait", "MS", "pause before the next line", Action::kWait, 0, convertWait},
         {"help", "", "this list", Action::kHelp, 0, nullptr},
         {"quit", "", "end the session", Action::kQuit, 0, nullptr},
@@ -183,6 +224,7 @@ bool parseCommand(const std::string& line, Command* command, std::string* error)
     command->name = row->name;
     command->id = row->id;
     if (row->convert == nullptr) {
+        command->text = row->text;
         return true;
     }
     const std::string argument = arguments == 0 ? "" : words.back();

@@ -44,6 +44,15 @@ TEST(LnkdctlLine, BecomesOneMessageOrOneError) {
             {"whitelist " + uids + "7", "whitelist: 1024 bytes do not fit"},
             {"bssid aa:bb:cc:dd:ee:ff,112233445566", "9 30 <aa:bb:cc:dd:ee:ff,112233445566>"},
             {"bssid aabbccddeeff:", "\"aabbccddeeff:\": not a BSSID"},
+            {"game start 10200,1010200", "5 13 <10200,1010200>"},
+            {"game stop", "6 0 <>"},
+            {"game start 4294967296", "\"4294967296\": not a UID"},
+            {"voip start 10099", "8 5 <10099>"},
+            {"voip start 0", "\"0\": not the UID of an application"},
+            {"voip stop", "8 1 <0>"},
+            {"rtt 121", "4 3 <121>"},
+            {"rtt fast", "\"fast\": not milliseconds"},
+            {"game", "\"game\": not a command"},
             {"\033[2Jboo", "\"?[2Jboo\": not a command"},
     };
     for (const auto& [line, expected] : cases) {
