@@ -10,7 +10,8 @@ from collections.abc import Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from world import INTERNET_ONLY, LAB, LINKS, PROBE_SERVER, WEB_SERVER, WEB_SERVER6, in_internet
+from world import (GAME_SERVER, INTERNET_ONLY, LAB, LINKS, PROBE_SERVER, WEB_SERVER, WEB_SERVER6,
+                   in_internet)
 
 HERE = Path(__file__).resolve().parent
 LIBC = ctypes.CDLL(None, use_errno=True)
@@ -100,11 +101,13 @@ def build(options: Options) -> None:
     devices = [f"{link.name}:{link.far}" for link in LINKS.values()]
     program = options.build / "lab"
     emulator = _start(program / "linkemu", f"{LAB}/links", "/run/netns/internet", *devices)
-    addresses = [f"{PROBE_SERVER}:443", VOIP_PEER, *(f"{WEB_SERVER}:{port}" for port in GAME_PORTS)]
-    responder = _start(HERE / "responder.py", *addresses, prefix=INTERNET_ONLY)
     _wait_ready(emulator)
     _phone_network()
     _internet_network()
+    addresses = [f"{PROBE_SERVER}:443", VOIP_PEER]
+    addresses += [f"{server}:{port}" for server in (WEB_SERVER, GAME_SERVER) for port in GAME_PORTS]
+    responder = _start(HERE / "responder.py", f"{LAB}/responder.log", *addresses,
+                       prefix=INTERNET_ONLY)
     statistics = None
     if not options.no_stats:
         statistics = _start(program / "slastat", f"{LAB}/sla.log", VOIP_PEER, *LINKS)
@@ -227,7 +230,8 @@ def _phone_network() -> None:
 
 def _internet_network() -> None:
     lines = ["link set lo up"]
-    lines += [f"addr add {server}/32 dev lo" for server in (WEB_SERVER, PROBE_SERVER)]
+    lines += [f"addr add {server}/32 dev lo"
+              for server in (WEB_SERVER, GAME_SERVER, PROBE_SERVER)]
     lines += [f"addr add {WEB_SERVER6}/128 dev lo nodad"]
     for link in LINKS.values():
         lines += _device(link.far)

@@ -22,6 +22,7 @@ from typing import Any, NamedTuple, TypeVar
 
 LAB = "/run/lab"
 WEB_SERVER = "203.0.113.10"
+GAME_SERVER = "203.0.113.20"  # a second one for games
 WEB_SERVER6 = "2001:db8::10"
 PROBE_SERVER = "8.8.8.8"
 INTERNET_ONLY = ("nsenter", "--net=/run/netns/internet")

@@ -1,0 +1,279 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Plays a scenario against the real daemon, inside a world, and tells what happened."""
+
+import os
+import re
+import subprocess
+import sys
+import time
+from dataclasses import dataclass, field
+from datetime import datetime
+from pathlib import Path
+
+import game
+import world
+from scenario_file import Events, Scenario
+
+GAME_UID, CALL_UID = 10200, 10099
+CALL_PEER = f"{world.WEB_SERVER}:5060"
+UPDATE_INTERFACES, START_GAME, STOP_GAME, VOIP_STATUS = 2, 5, 6, 8
+MESSAGES = {"game start": (START_GAME, str(GAME_UID)), "game stop": (STOP_GAME, ""),
+            "call start": (VOIP_STATUS, str(CALL_UID)), "call stop": (VOIP_STATUS, "0")}
+
+STAMP = re.compile(r"\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}")
+PROBED = re.compile(r"TCPing cacla rtt is (\d+),device is (\S+)")
+MISSED = re.compile(r"Ping (?:Miss|FAIL) for RTT interface \((\S+)\)")
+LEVEL = re.compile(r"cacl Interface Level interface \((\S+)\) \(network level = (\d+)\)")
+SWITCH = re.compile(r"SLA_RTT_SELECTED perform switch (\S+)")
+BEST = re.compile(r"\(best Interface (\S+)\) \(networklevel")
+REFUSED = "SLA_LINK in cycle, switch not allowed"
+GONE = re.compile(r"m_slsInterfaceMap del (\S+)")
+DESTROYED = re.compile(r"Destroyed (\d+) sockets for UID")
+
+
+class Observer:
+    """Reads the daemon's log into events, as far as it has come."""
+
+    def __init__(self, log: list[str], begin: float):
+        self.events = Events()
+        self._log = log
+        self._begin = begin
+        self._year = datetime.fromtimestamp(begin).year
+        self._next = 0
+        self._best = ""
+
+    def _time(self, line: str) -> float:
+        stamp = datetime.strptime(f"{self._year}-{line[:18]}", "%Y-%m-%d %H:%M:%S.%f")
+        return stamp.timestamp() - self._begin
+
+    def catch_up(self) -> Events:
+        events = self.events
+        while self._next < len(self._log):
+            line = self._log[self._next]
+            self._next += 1
+            if not STAMP.match(line):
+                continue
+            if match := PROBED.search(line):
+                events.rtt.setdefault(match[2], []).append((self._time(line), float(match[1])))
+            elif match := MISSED.search(line):
+                events.misses.setdefault(match[1], []).append(self._time(line))
+            elif match := LEVEL.search(line):
+                levels = events.levels.setdefault(match[1], [])
+                levels.append((self._time(line), int(match[2])))
+            elif match := SWITCH.search(line):
+                events.chosen.append((self._time(line), match[1]))
+            elif match := BEST.search(line):
+                self._best = match[1]
+            elif REFUSED in line and events.chosen and events.chosen[-1][1] != self._best:
+                events.refused.append((self._time(line), self._best))
+            elif match := GONE.search(line):
+                events.gone.setdefault(match[1], []).append(self._time(line))
+            elif match := DESTROYED.search(line):
+                events.killed.append((self._time(line), int(match[1])))
+        return events
+
+
+class Client:
+    """A game or a call, in a process of its own."""
+
+    def __init__(self, kind: str, server: str):
+        self.kind = kind
+        self.file = f"{world.LAB}/{kind}.packets"
+        uid, flags = (CALL_UID, ["--call"]) if kind == "call" else (GAME_UID, [])
+        self.process = subprocess.Popen(
+            [sys.executable, game.__file__, server, *flags, f"--uid={uid}",
+             f"--packets={self.file}"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        assert self.process.stdout
+        os.set_blocking(self.process.stdout.fileno(), False)
+        self.last = ""
+
+    def line(self) -> str:
+        """What it said last."""
+        assert self.process.stdout
+        for line in self.process.stdout:
+            self.last = line.strip().partition("  ")[2]
+        return self.last
+
+    def move(self, server: str) -> None:
+        assert self.process.stdin
+        self.process.stdin.write(f"{server}\n")
+        self.process.stdin.flush()
+
+    def end(self) -> None:
+        if self.process.poll() is None:
+            assert self.process.stdin
+            self.process.stdin.close()
+            self.process.wait(5)
+
+
+def kernel_state() -> set[str]:
+    """Chains, packet-filter rules, policy rules and routes, a line each."""
+    def lines(*argv: str) -> list[str]:
+        return subprocess.run(argv, capture_output=True, text=True, check=True).stdout.splitlines()
+
+    # The built-in chains appear with the first use of a table and stay.
+    filters = [line.split(" [")[0] for line in lines("iptables-save")
+               if line.startswith("-A") or re.match(r":\S+ -", line)]
+    return {*filters, *lines("ip", "-4", "rule"), *lines("ip", "-4", "route", "show", "table",
+                                                         "all")}
+
+
+@dataclass
+class Process:
+    """What the daemon holds beside memory."""
+
+    descriptors: int
+    threads: int
+
+    @staticmethod
+    def of(pid: int) -> "Process":
+        return Process(len(os.listdir(f"/proc/{pid}/fd")), len(os.listdir(f"/proc/{pid}/task")))
+
+    def __str__(self) -> str:
+        return f"{self.descriptors} descriptors, {self.threads} threads"
+
+
+class DaemonEnded(Exception):
+    """It did so in the middle of a scenario."""
+
+
+@dataclass
+class Played:
+    scenario: Scenario
+    selection: bool
+    events: Events
+    seconds: float
+    before: Process
+    after: Process
+    status: int  # of the daemon
+    log: list[str] = field(repr=False)
+
+
+class Player:
+    def __init__(self, scenario: Scenario, selection: bool):
+        self.scenario = scenario
+        self.selection = selection
+        self.clients: dict[str, Client] = {}
+        self.files: list[Client] = []
+        self.latest = ""  # what was done last
+        self.daemon: world.Daemon | None = None
+
+    def play(self) -> Played:
+        Path("/vendor/etc/sla/lnkd.conf").write_text(
+            "".join(f"{line}\n" for line in self.scenario.config))
+        world.set_prop("vendor.sla.enabled", None)
+        world.links(*(f"{link} up rate 0 delay 0 loss 0" for link in world.LINKS),
+                    *self.scenario.links)
+        clean = kernel_state()
+        with world.start_daemon() as daemon, world.connect_control() as self.control:
+            self.daemon = daemon  # before all else: its log says why, if anything goes wrong
+            self._tell(UPDATE_INTERFACES, self.scenario.interfaces)
+            daemon.wait_for("preinterfacelist is " + self.scenario.interfaces.split(",")[-1])
+            self._start("game", self.scenario.server)
+            world.wait_until(self.clients["game"].line, what="the game's first second")
+            before = self._settled(daemon.process.pid)
+            self.begin = time.time()
+            self.observer = Observer(daemon.log, self.begin)
+            for when, action in self.scenario.actions:
+                self._watch_until(when)
+                self._do(action)
+            seconds = time.time() - self.begin
+            for client in self.clients.values():
+                client.end()
+            after = self._settled(daemon.process.pid, before)
+            try:
+                world.wait_until(lambda: not self._left_running(), 3)
+            except TimeoutError:
+                pass  # and is reported
+            left = self._left_running()
+            status = daemon.stop(10)
+        events = self.observer.catch_up()
+        events.left = left + sorted(kernel_state() - clean)
+        if (after.descriptors, after.threads) > (before.descriptors, before.threads):
+            events.left.append(f"{after} after, {before} before")
+        self._read_files(events)
+        return Played(self.scenario, self.selection, events, seconds, before, after, status,
+                      daemon.log)
+
+    def _tell(self, number: int, text: str) -> None:
+        world.send_message(self.control, number, text)
+
+    def _start(self, kind: str, server: str) -> None:
+        self.clients[kind] = Client(kind, server)
+        self.files.append(self.clients[kind])
+
+    def _do(self, action: str) -> None:
+        self.latest = action
+        word, _, rest = action.partition(" ")
+        if word == "link":
+            world.links(rest)
+        elif word == "interfaces":
+            self._tell(UPDATE_INTERFACES, rest)
+        elif rest.startswith("to "):
+            self.clients["game"].move(rest.split()[1])
+        else:
+            if action == "call start":
+                self._start("call", CALL_PEER)
+            elif action == "call stop":
+                self.clients["call"].end()
+            if self.selection:
+                self._tell(*MESSAGES[action])
+
+    def _watch_until(self, when: float) -> None:
+        """Lets the time pass, with a line a second."""
+        while (now := time.time() - self.begin) < when:
+            time.sleep(min(when - now, 1 - now % 1))
+            now = time.time() - self.begin
+            assert self.daemon
+            status = self.daemon.process.poll()
+            if status is not None:
+                raise DaemonEnded(f"the daemon ended {now:.1f} s after the beginning, with status "
+                                  f"{status}, which is a defect")
+            if now % 1 < 0.1:
+                print(self._state(now), flush=True)
+
+    def _state(self, now: float) -> str:
+        events = self.observer.catch_up()
+        levels = "  ".join(f"{link} {levels[-1][1]}" for link, levels in
+                           sorted(events.levels.items())
+                           if events.gone.get(link, [-1])[-1] < levels[-1][0])
+        chosen = events.chosen[-1][1] if events.chosen else "none"
+        clients = "  ".join(f"{client.kind} {client.line()}" for client in self.clients.values()
+                            if client.process.poll() is None)
+        return f"{now:4.0f} s  {clients}  chosen {chosen}  level {levels or '-'}  [{self.latest}]"
+
+    @staticmethod
+    def _settled(pid: int, wanted: Process | None = None) -> Process:
+        """What the daemon holds, once it is what is wanted; else after a while."""
+        least = Process.of(pid)
+
+        def seen() -> bool:
+            nonlocal least
+            now = Process.of(pid)
+            least = Process(min(least.descriptors, now.descriptors),
+                            min(least.threads, now.threads))
+            return wanted is not None and least == wanted
+
+        try:
+            world.wait_until(seen, 0.7 if wanted is None else 5)
+        except TimeoutError:
+            pass  # the caller compares
+        return least
+
+    @staticmethod
+    def _left_running() -> list[str]:
+        """Link-selection chains that outlive the game in a daemon that goes on."""
+        return sorted(f"while the daemon runs: {line}" for line in kernel_state()
+                      if re.match(r":zelk_sls_|-A zelk_SLS ", line))
+
+    def _read_files(self, events: Events) -> None:
+        for client in self.files:
+            packets = events.packets.setdefault(client.kind, [])
+            packets += [packet._replace(sent=packet.sent - self.begin)
+                        for packet in game.read_packets(client.file)
+                        if packet.sent >= self.begin]
+        for line in Path(f"{world.LAB}/responder.log").read_text().splitlines():
+            _, begin, _, _, server, kind = line.split()
+            if kind == "probe" and float(begin) >= self.begin:
+                events.probed.append((float(begin) - self.begin, server))
+
