@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #define LOGE(...) __android_log_print(ANDROID_LOG_ERROR, "DVX-Lnkd-SockDiag", __VA_ARGS__)
 #define LOGI(...) __android_log_print(ANDROID_LOG_INFO, "DVX-Lnkd-SockDiag", __VA_ARGS__)
@@ -195,16 +196,24 @@ int SockDiag::readDump(const MessageStep& step) {
 }
 
 int SockDiag::readDiagMsg(uint8_t protocol, const SocketPredicate& predicate) {
-    return readDump([&](const nlmsghdr& /*header*/, const uint8_t* message, size_t length) {
-        if (length < sizeof(nlmsghdr) + sizeof(inet_diag_msg)) {
-            return;
-        }
-        inet_diag_msg msg{};
-        memcpy(&msg, message + sizeof(nlmsghdr), sizeof(msg));
-        if (predicate(protocol, &msg)) {
-            sockDestroy(protocol, &msg);  // one that cannot be destroyed is passed over
-        }
-    });
+    std::vector<inet_diag_msg> found;
+    const int error =
+            readDump([&](const nlmsghdr& /*header*/, const uint8_t* message, size_t length) {
+                if (length < sizeof(nlmsghdr) + sizeof(inet_diag_msg)) {
+                    return;
+                }
+                inet_diag_msg msg{};
+                memcpy(&msg, message + sizeof(nlmsghdr), sizeof(msg));
+                if (predicate(protocol, &msg)) {
+                    found.push_back(msg);
+                }
+            });
+    // The kernel goes on with a dump by counting the sockets of a bucket, so it would pass over
+    // one for each that is destroyed meanwhile.
+    for (const inet_diag_msg& msg : found) {
+        sockDestroy(protocol, &msg);  // one that cannot be destroyed is passed over
+    }
+    return error;
 }
 
 int SockDiag::readDiagMsgWithTcpInfo(const TcpInfoVisitor& visitor) {

@@ -60,7 +60,8 @@ class SockDiag {
     // others hold follows it.
     int sendDumpRequest(uint8_t protocol, uint8_t family, uint8_t extensions, uint32_t states,
                         iovec* vectors, int vectorCount);
-    // Read the replies to the end of the dump.
+    // Read the replies to the end of the dump. The sockets that `predicate` wants are destroyed
+    // then, also when the dump ended with an error.
     int readDiagMsg(uint8_t protocol, const SocketPredicate& predicate);
     int readDiagMsgWithTcpInfo(const TcpInfoVisitor& visitor);
     // Destroys one socket, as a dump described it.
@@ -69,8 +70,8 @@ class SockDiag {
     static bool isLoopbackSocket(const inet_diag_msg* msg);
 
   protected:
-    // Requests to destroy are sent while a dump is still being read, so they and their error
-    // replies have a socket of their own.
+    // Requests to destroy and their error replies have a socket of their own: whatever is left of
+    // a dump does not mix with them.
     base::unique_fd dumpSocket;
     base::unique_fd destroySocket;
 
