@@ -3,7 +3,8 @@
 """Measures the running daemon and prints one table, the compiled benchmarks' figures included.
 
 Runs in a world without statistics module, whose place it takes; bench/run starts it there.
-The only argument is what Google Benchmark wrote as JSON. Exit status 1 when a limit is missed.
+The arguments are what Google Benchmark and the socket benchmark wrote as JSON. Exit status 1
+when a limit is missed.
 """
 
 import json
@@ -14,10 +15,11 @@ import sys
 import threading
 import time
 from pathlib import Path
-from typing import NamedTuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "lab"))
+import selection
 import world
+from measuring import Row, growth_rows, kib, print_table, run_time, sample
 
 BUILD = Path(os.environ["LAB_BUILD"])
 LINKS = ("wlan0", "wlan1", "rmnet_data0", "ccmni0")
@@ -25,26 +27,6 @@ STEADY_S = 20
 CHANGES = 10_000
 WARM_UP = 1_000
 BATCHES = 10
-# How a growth is judged: unit, limit, and its text. Noise is over all changes: a leak of 7 bytes a
-# change is more.
-COUNT = ("", 0, "none")
-MEMORY = ("KiB", 64, "noise, 64 KiB")
-
-
-class Row(NamedTuple):
-    what: str
-    measured: float
-    unit: str
-    bound: float
-    bound_text: str
-    is_peer: bool = False  # a program to be faster than, not a limit
-
-
-class Sample(NamedTuple):
-    descriptors: int
-    threads: int
-    resident: int  # KiB
-    dirty: int  # KiB, private
 
 
 class Commands:
@@ -60,28 +42,6 @@ class Commands:
         while data := os.read(self._fifo, 65536):
             *whole, rest = (rest + data).split(b"\0")
             self.starts += whole.count(b"enable=1")
-
-
-def kib(pid: int, key: str) -> int:
-    """An exact figure: VmRSS lags behind by some pages a processor."""
-    text = Path(f"/proc/{pid}/smaps_rollup").read_text()
-    return next(int(line.split()[1]) for line in text.splitlines() if line.startswith(f"{key}:"))
-
-
-def run_time(pid: int) -> float:
-    """Seconds on a processor, all threads together."""
-    return sum(int((task / "schedstat").read_text().split()[0])
-               for task in Path(f"/proc/{pid}/task").iterdir()) / 1e9
-
-
-def sample(pid: int) -> Sample:
-    """The lowest count of several: the main loop may have a pipe or a file open just now."""
-    descriptors, threads = [], []
-    for _ in range(50):
-        descriptors.append(len(os.listdir(f"/proc/{pid}/fd")))
-        threads.append(len(os.listdir(f"/proc/{pid}/task")))
-        time.sleep(0.005)
-    return Sample(min(descriptors), min(threads), kib(pid, "Rss"), kib(pid, "Private_Dirty"))
 
 
 def fill_rings() -> None:
@@ -105,6 +65,7 @@ def steady_state() -> list[Row]:
             if any("zelk_SLA" in line for line in daemon.log[rules:]):
                 print("daemon.py: the rules changed, this was no steady state", file=sys.stderr)
             resident, dirty = kib(pid, "Rss"), kib(pid, "Private_Dirty")
+            playing = selection.memory_while_playing(daemon)
         floor = kib(empty.pid, "Private_Dirty")
         empty.kill()
     return [
@@ -113,13 +74,18 @@ def steady_state() -> list[Row]:
             f"512 KiB (an empty program: {floor})"),
         Row("processor share in steady state", 100 * used / seconds, "%", 0.3,
             f"0.3 % of a core ({used / seconds * 1e6:.0f} µs a pass)"),
+        *playing,
     ]
 
 
-def growth(commands: Commands) -> list[Row]:
+def replace_tools() -> None:
+    """What the packet filter takes for a command is not the daemon's."""
     for tool in Path("/system/bin").iterdir():
         tool.unlink()
         shutil.copy(shutil.which("true"), tool)
+
+
+def growth(commands: Commands) -> list[Row]:
     Path("/vendor/etc/sla/lnkd.conf").write_text("ping_interval_ms=1\n")
     done = commands.starts + 1  # with the one at the daemon's own start
     daemon = subprocess.Popen([f"{world.LAB}/lnkd"], stderr=subprocess.DEVNULL)
@@ -149,11 +115,7 @@ def growth(commands: Commands) -> list[Row]:
               file=sys.stderr)
     daemon.terminate()
     daemon.wait(10)
-    title = f"growth over {done - first} changes:"
-    return [Row(f"{title} {name}", new - old, unit, noise, f"{text} ({new} now)")
-            for name, old, new, (unit, noise, text) in zip(
-                ("descriptors", "threads", "resident memory", "private dirty memory"),
-                before, after, (COUNT, COUNT, MEMORY, MEMORY))]
+    return growth_rows(f"{done - first} changes", before, after)
 
 
 def compiled(path: str) -> list[Row]:
@@ -177,42 +139,28 @@ def compiled(path: str) -> list[Row]:
         whole, startup = ms(f"{name}0"), ms(f"{name}1")
         rows += [
             Row("mark count, 100,000 connections", ms("markCount"), "ms", whole,
-                f"grep -c, {locale}: {whole:.2f} ms", True),
+                f"grep -c, {locale}: {whole:.2f} ms", 1),
             Row("  against grep less its start", ms("markCount"), "ms", whole - startup,
-                f"{whole - startup:.2f} ms", True),
+                f"{whole - startup:.2f} ms", 1),
         ]
     return rows
-
-
-def verdict(row: Row) -> tuple[str, str]:
-    """The ratio of measured to bound, and what it means."""
-    ratio = f"{row.measured / row.bound:.2f}" if row.bound else "-"
-    if row.is_peer:
-        faster = row.measured < row.bound
-        times = row.bound / row.measured if faster else row.measured / row.bound
-        return ratio, f"{times:.1f} times {'as fast' if faster else 'as slow: MISSED'}"
-    return ratio, "within" if row.measured <= row.bound else "MISSED"
 
 
 def main() -> int:
     if not world.inside():
         print("daemon.py: not in a world: use bench/run", file=sys.stderr)
         return 2
-    rows = compiled(sys.argv[1])
+    rows = compiled(sys.argv[1]) + selection.sockets(sys.argv[2])
     subprocess.run(["strip", "-o", f"{world.LAB}/lnkd", BUILD / "lnkd"], check=True)
     world.set_prop("vendor.sla.ifaces", ",".join(LINKS))
     fill_rings()
     commands = Commands()
-    rows += steady_state() + growth(commands)
-    table = [("what", "measured", "limit or peer", "ratio", "verdict")]
-    for row in rows:
-        digits = 0 if row.unit in ("", "KiB") else 3 if row.unit == "%" else 2
-        table.append((row.what, f"{row.measured:.{digits}f} {row.unit}".strip(), row.bound_text,
-                      *verdict(row)))
-    widths = [max(map(len, column)) for column in zip(*table)]
-    for line in table:
-        print("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip())
-    return int(any("MISSED" in line[4] for line in table))
+    rows += steady_state() + selection.switching()
+    replace_tools()
+    rows += selection.playing()
+    world.set_prop("vendor.sla.ifaces", ",".join(LINKS))
+    rows += growth(commands)
+    return int(not print_table(rows))
 
 
 sys.exit(main())
