@@ -4,6 +4,7 @@
 import fcntl
 import os
 import re
+import socket
 import struct
 import termios
 from contextlib import contextmanager, suppress
@@ -40,6 +41,18 @@ class Phone:
         for message in (*messages, (0, f"order {self.orders}")):
             world.send_message(self.control, *message)
         self.wait_for(rf"recv msg: .*\[order {self.orders}\]")
+
+    def choose(self, *messages):
+        """Sends messages that make it choose a link, and returns when it has done so."""
+        since = len(self.daemon.log)
+        self.order(*messages)
+        self.daemon.wait_for("resetting hystWindow", DEADLINE, since)
+
+    def held(self):
+        """Descriptors and threads; the least of some looks leaves out what is open for a moment."""
+        process = f"/proc/{self.daemon.process.pid}"
+        return [min(len(os.listdir(f"{process}/{kind}")) for _ in range(50))
+                for kind in ("fd", "task")]
 
     def wait_for(self, pattern):
         self.daemon.wait_for(pattern, DEADLINE)
@@ -80,6 +93,31 @@ def wait_for_shares(**wanted):
         return list(found) == list(wanted) and found == pytest.approx(wanted, abs=1e-5)
 
     wait_until(reached, f"shares {wanted}")
+
+
+def wait_for_selection(uid=None, link=None):
+    """Waits until this application, and no other, is steered to the link; without one, for none."""
+    def reached():
+        rules = kernel()
+        selected = [rule for chain in rules["zelk_SLS"] for rule in rules.get(chain[3:], [])]
+        return (selected == [f"-m owner --uid-owner {uid} -j zelk_sls_{link}"] if link else
+                "zelk_sls" not in str(rules))
+
+    wait_until(reached, f"selection of {link} for {uid}")
+
+
+def wait_for_probes(server):
+    """Waits until the server has seen one."""
+    log = Path(f"{world.LAB}/responder.log")
+    wait_until(lambda: f" {server} probe\n" in log.read_text(), f"probes at {server}")
+
+
+def socket_of(uid, *kind):
+    """A socket that belongs to an application."""
+    os.seteuid(uid)
+    made = socket.socket(*kind)
+    os.seteuid(0)
+    return made
 
 
 def unread(client):

@@ -1,13 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """Real connections, counted where they arrive."""
 
-import os
 import socket
 from collections import Counter
 from pathlib import Path
 
 import world
-from phone import ALL_LINKS, DEADLINE, wait_for_shares, wait_until
+from phone import ALL_LINKS, DEADLINE, socket_of, wait_for_shares, wait_until
 from steering import set_rates
 
 UID, OTHER_UID = 10123, 10999
@@ -68,9 +67,7 @@ def test_a_connection_stays_on_its_link_while_the_shares_change(phone):
     world.make_file("long", 8 << 20)
     set_rates(wlan0=0, wlan1=0, rmnet_data0=1000)
     wait_for_shares(wlan0=0, wlan1=0, rmnet_data0=1)
-    os.seteuid(UID)
-    client = socket.socket()
-    os.seteuid(0)
+    client = socket_of(UID)
     client.settimeout(DEADLINE)
     client.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 16)
     client.connect((world.WEB_SERVER, 80))

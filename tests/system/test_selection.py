@@ -1,0 +1,119 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Games and calls: real probes over real links, rules that move them, sockets that die."""
+
+import re
+import socket
+import subprocess
+from errno import ECONNABORTED
+
+import pytest
+import world
+from phone import ALL_LINKS, DEADLINE, socket_of, wait_for_probes, wait_for_selection, wait_until
+from scenario_run import CALL_PEER, CALL_UID, GAME_UID, Client
+
+HIGH_RTT, START, STOP, CALL, PAIR = 4, 5, 6, 8, "wlan0,rmnet_data0"
+GAME, STOPPED, CALLING = (START, str(GAME_UID)), (STOP, ""), (CALL, str(CALL_UID))
+
+
+def sockets_of(uid):
+    """Connected, connecting, listening and UDP sockets of an application, IPv4 and IPv6."""
+    made = []
+    for family, host in ((socket.AF_INET, world.WEB_SERVER), (socket.AF_INET6, world.WEB_SERVER6)):
+        connected, connecting, listening = (socket_of(uid, family) for _ in range(3))
+        made += connected, connecting, listening, socket_of(uid, family, socket.SOCK_DGRAM)
+        connected.connect((host, 8080))
+        connecting.setsockopt(socket.SOL_SOCKET, socket.SO_BINDTODEVICE, b"wlan1")
+        connecting.setblocking(False)
+        connecting.connect_ex((host, 8080))
+        listening.listen()
+        made[-1].connect((host, 7000))
+    return made
+
+
+def fates(sockets):
+    return [sock.getsockopt(socket.SOL_SOCKET, socket.SO_ERROR) for sock in sockets]
+
+
+def test_a_game_moves_to_the_better_link_and_away_from_a_dead_one(phone):
+    """Its flows connect again at once and reach the server by the selected link."""
+    phone.start("min_ping_times=2\nalpha_percent=1\n")
+    game = Client("game", f"{world.GAME_SERVER}:7000")
+    phone.order((2, PAIR), GAME)
+    for link, *changes in (("wlan0", "wlan0 delay 40", "rmnet_data0 delay 10"),
+                           ("rmnet_data0", "wlan0 delay 110"),
+                           ("wlan0", "wlan0 delay 20", "rmnet_data0 down")):
+        world.links(*changes)
+        wait_for_selection(GAME_UID, link)
+        wait_until(lambda: f"on {link}," in game.line(), f"game on {link}")
+    wait_for_probes(f"{world.GAME_SERVER}:7000")
+    phone.order(STOPPED)
+    wait_for_selection()
+
+
+def test_only_the_sockets_of_a_selected_application_are_destroyed(phone):
+    """In every state, at a choice and at the end; a text that is no UID is not the system's."""
+    world.links("wlan1 down")
+    phone.start()
+    phone.order((2, PAIR))
+    mine, others = sockets_of(GAME_UID), sockets_of(10999) + sockets_of(0)
+    for uids in ("", "0", "-1,x,4294967296,4294977496, 10200,0x27d8", "x," * 500):
+        phone.choose((START, uids))
+        phone.order(STOPPED)
+        assert (uids, fates(mine + others)) == (uids, [0] * 24)
+    for destroy in (lambda: phone.choose((START, f"x,{GAME_UID}")), phone.stop):
+        destroy()
+        assert (fates(mine), fates(others)) == ([ECONNABORTED] * 8, [0] * 16)
+        mine = sockets_of(GAME_UID)
+
+
+@pytest.mark.parametrize("interval, misses", [(20, 5), (0, 0), (-5, 1)])
+def test_probes_follow_games_calls_and_interfaces(phone, interval, misses):
+    """One thread a link, one more in a game, nothing left afterwards; the stop comes amid."""
+    world.set_prop("vendor.sla.ifaces", PAIR)
+    world.links(*(f"{link} delay 2" for link in world.LINKS))
+    phone.start(f"ping_interval_ms={interval}\nmin_ping_times={misses}\n")
+    phone.order((2, PAIR))
+    idle = phone.held()[1]
+    for threads, selection, messages in (
+        (0, (), [(HIGH_RTT, text) for text in ("", "x", "4294967417", "120")]),
+        (2, (), [(HIGH_RTT, "121"), (HIGH_RTT, "300")]),
+        (3, (GAME_UID, "wlan0"), [GAME, GAME]), (4, (GAME_UID, "wlan0"), [(2, ALL_LINKS)]),
+        (3, (GAME_UID, "wlan1"), [(2, "wlan1,rmnet_data0")]),
+        (3, (CALL_UID, "wlan1"), [(CALL, "x"), (CALL, "12x"), CALLING, CALLING, GAME]),
+        (1, (), [(CALL, "0"), (CALL, "0")]), (0, (), [STOPPED, STOPPED])):
+        phone.order(*messages)
+        wait_for_selection(*selection)
+        wait_until(lambda: phone.held()[1] == idle + threads, f"{threads} threads, {messages}")
+        if CALLING in messages:
+            wait_for_probes(CALL_PEER)
+    told = [line for line in world.statistics_commands() if "voip" in line]
+    assert told == [f"voip_uid={CALL_UID}", "voip_enable=1", "voip_enable=0", "voip_uid=0"]
+    held = phone.held()
+    phone.order(*[GAME, STOPPED] * 10)
+    assert phone.held() == held
+    phone.choose(GAME)
+
+
+def test_a_probe_measures_what_a_handshake_takes(phone):
+    """On links of different length, within 1 ms or 5 %; load only adds, so the least counts."""
+    world.links(*(f"{link} delay {ms}" for link, ms in zip(world.LINKS, (1, 8, 30))))
+    world.set_prop("vendor.sla.ifaces", ALL_LINKS)
+    phone.start()
+    phone.order((HIGH_RTT, "121"))
+    for link in world.LINKS:
+        curl = ["curl", "-so/dev/null", "-w%{time_connect} ", "--interface", link]
+        took = map(float, subprocess.check_output([*curl, f"{world.WEB_SERVER}/[1-9]"]).split())
+        line = re.compile(rf"rtt is (\d+),device is {link}$", re.MULTILINE)
+        rtts = wait_until(lambda: line.findall("\n".join(phone.daemon.log))[4:], f"probes {link}")
+        assert min(map(int, rtts)) == pytest.approx(min(took) * 1000, abs=1, rel=0.05)
+
+
+@pytest.mark.parametrize("conf, delay", [("ping_interval_ms=5000000\n", 0), ("", 240)])
+def test_a_stop_waits_for_a_probe_but_not_for_a_period(phone, conf, delay):
+    """On a link that slow a probe lasts five seconds."""
+    world.set_prop("vendor.sla.ifaces", PAIR)
+    world.links(f"wlan0 delay {delay}")
+    phone.start(conf)
+    world.send_message(world.connect_control(DEADLINE), *GAME)
+    phone.wait_for("perform switch" if conf else "TCPing .*rmnet_data0")
+    assert phone.daemon.stop(12) == 0
