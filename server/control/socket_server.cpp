@@ -72,16 +72,18 @@ void terminateText(msg_t& msg) {
 }  // namespace
 
 long createSocketThreads(Parameters* parameters) {
+    // Before the thread: a client may be connecting already, and its first message counts.
+    setCommandParameters(parameters);
     pthread_t thread{};
     const int error = pthread_create(&thread, nullptr, socketThreadHandle, nullptr);
     if (error != 0) {
         LNKD_LOGE("create thread fail, error=%s", strerror(error));
+        setCommandParameters(nullptr);
         return -1;
     }
     pthread_detach(thread);
     const auto id = static_cast<unsigned long>(thread);
     LNKD_LOGI("create handle thread(thread id=%lu) for handle msg\n", id);
-    setCommandParameters(parameters);
     return static_cast<long>(id);
 }
 
