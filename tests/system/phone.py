@@ -7,6 +7,7 @@ import re
 import socket
 import struct
 import termios
+import time
 from contextlib import contextmanager, suppress
 from pathlib import Path
 
@@ -93,6 +94,20 @@ def wait_for_shares(**wanted):
         return list(found) == list(wanted) and found == pytest.approx(wanted, abs=1e-5)
 
     wait_until(reached, f"shares {wanted}")
+
+
+def settled():
+    """All rules, once a dozen passes have left them as they are."""
+    rules, since = kernel(), time.monotonic()
+
+    def still():
+        nonlocal rules, since
+        if (now := kernel()) != rules:
+            rules, since = now, time.monotonic()
+        return time.monotonic() - since > DEADLINE / 25
+
+    wait_until(still, "rules that stay")
+    return rules
 
 
 def wait_for_selection(uid=None, link=None):

@@ -3,7 +3,7 @@ import re
 
 import pytest
 import world
-from phone import ALL_LINKS, wait_for_shares, wait_until
+from phone import ALL_LINKS, settled, wait_for_shares, wait_until
 from steering import kernel, steered
 
 BAD_NAMES = ["wlan0;reboot", "$(id)", "`id`", "a|b", "a b", "%s%n", "wlan1\n", "wl\xe4n", " ", "",
@@ -26,7 +26,7 @@ def test_interfaces_and_lists_become_exactly_these_rules(phone):
     orders = [(2, ALL_LINKS), (1, "10123,10456"), (7, "10200")]
     phone.order(*orders)
     wait_for_shares(wlan0=0.5, wlan1=0.5, rmnet_data0=0)
-    done, rules = world.tool_commands(), kernel()
+    rules, done = settled(), world.tool_commands()
     split = "-p tcp -m multiport --dports 80,443,8080 -m state --state NEW -m statistic --mode rand"
     assert all(rule.startswith(split) for rule in rules.pop("zelk_SLA"))
     assert rules == {
@@ -93,7 +93,8 @@ def test_uid_lists_become_entry_filter_and_wrapper_chains(phone):
         ((1, ""), [], [99999]),
     ):
         phone.order(message)
-        assert kernel() == kernel() | {
+        rules = kernel()
+        assert rules == rules | {
             "zelk_DVX_wapper": for_uids("zelk_DVX", *double_wlan, *whitelist),
             "zelk_fw_rmnet_data0_wrapper": for_uids("zelk_fw_rmnet_data0", *whitelist),
             "zelk_fw_wlan1_wrapper": for_uids("zelk_fw_wlan1", *double_wlan)}

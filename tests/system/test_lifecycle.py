@@ -3,7 +3,7 @@ from contextlib import suppress
 
 import pytest
 import world
-from phone import ALL_LINKS, DEADLINE, gate, wait_for_shares, wait_until
+from phone import ALL_LINKS, DEADLINE, gate, settled, wait_for_shares, wait_until
 from steering import kernel, steered
 
 NAT = "zelk_nat_POSTROUTING_DVX"
@@ -103,7 +103,7 @@ def test_a_start_over_the_ruins_of_a_killed_run_duplicates_nothing(phone):
         assert [len(kernel()[name]) for name in ("OUTPUT", "POSTROUTING", "zelk_DVX")] == [1, 1, 3]
         phone.order((1, "10123"), (7, "10200"), (2, ALL_LINKS))
         wait_for_shares(wlan0=0.5, wlan1=0.5, rmnet_data0=0)
-        rules.append(kernel())
+        rules.append(settled())
         assert rules[-1] == rules[0] and steered() == sorted(world.LINKS)
 
 
