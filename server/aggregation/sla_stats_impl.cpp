@@ -71,7 +71,8 @@ bool SlaStatsImpl::enableSLA(bool enable) {
             const Parameters* const parameters = Parameters::instance();
             writeStatsConfFile(parameters->getStatsProtocols().c_str());
             writeStatsConfFile(parameters->getStatsPorts().c_str());
-            for (const auto& [name, record] : *parameters->interfaces()) {
+            const InterfaceSnapshot table = parameters->interfaces();
+            for (const auto& [name, record] : *table) {
                 writeStatsConfFile(("iface=" + name).c_str());
             }
             initMmap();

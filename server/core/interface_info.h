@@ -26,7 +26,8 @@ struct InterfaceInfo_t {
 using InterfaceTable = std::map<std::string, std::shared_ptr<const InterfaceInfo_t>>;
 
 // A table as it was at one moment. It stays whole and unchanged while it is held, whatever the
-// control socket does meanwhile.
+// control socket does meanwhile. Hold it in a variable for a walk: of `*parameters->interfaces()`
+// in the head of a loop nothing is held.
 using InterfaceSnapshot = std::shared_ptr<const InterfaceTable>;
 
 }  // namespace lnkd

@@ -119,7 +119,8 @@ int32_t IptablesManager::updateInterfaceIptables(const char* name, bool add) {
 int32_t IptablesManager::onAllInterfaces(InterfaceOperation operation, const char* caller,
                                          const char* each, const char* all) {
     int failures = 0;
-    for (const auto& [name, record] : *Parameters::instance()->interfaces()) {
+    const InterfaceSnapshot table = Parameters::instance()->interfaces();
+    for (const auto& [name, record] : *table) {
         if ((this->*operation)(record.get()) != 0) {
             LNKD_LOGE("%s %s %s failed", caller, each, name.c_str());
             ++failures;

@@ -44,7 +44,8 @@ int32_t IptablesManager::setup_uid_whitelist() {
     const std::vector<std::string> uids = usableUids(parameters->uidWhitelist());
     const MutexLock lock(ruleSetMutex);
     uint32_t failed = 0;
-    for (const auto& [name, record] : *parameters->interfaces()) {
+    const InterfaceSnapshot table = parameters->interfaces();
+    for (const auto& [name, record] : *table) {
         if (record->metered || isCellularName(name)) {
             failed += fillWrapperChain(*record, uids);
         }
@@ -57,7 +58,8 @@ int32_t IptablesManager::setup_double_wlan_uid_whitelist() {
     const std::vector<std::string> uids = usableUids(parameters->dblWlanUidWhitelist());
     const MutexLock lock(ruleSetMutex);
     uint32_t failed = 0;
-    for (const auto& [name, record] : *parameters->interfaces()) {
+    const InterfaceSnapshot table = parameters->interfaces();
+    for (const auto& [name, record] : *table) {
         if (record->slave) {
             failed += fillWrapperChain(*record, uids);
         }

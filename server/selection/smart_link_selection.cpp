@@ -70,7 +70,8 @@ void SmartLinkSelection::initPingThreads() {
     threadDestory();
     destoryPingThreads();
     InterfaceMap fresh;
-    for (const auto& [name, record] : *Parameters::instance()->interfaces()) {
+    const InterfaceSnapshot table = Parameters::instance()->interfaces();
+    for (const auto& [name, record] : *table) {
         if (fitsRecord(name.c_str())) {
             fresh[name] = std::make_unique<InterfaceRtt>(name.c_str(), false);
         }
