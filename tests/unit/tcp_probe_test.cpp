@@ -79,14 +79,14 @@ void answer(int fd) {
 }
 
 TEST_F(Probe, MeasuresAServerThatAnswersOrCloses) {
-    EXPECT_EQ(probe(answer), 60) << "loopback takes no millisecond: only the penalty is left";
-    EXPECT_EQ(probe([](int fd) {
-                  char c;
-                  recv(fd, &c, 1, MSG_PEEK);
-                  shutdown(fd, SHUT_WR);
-                  answer(fd);
-              }),
-              60);
+    EXPECT_NEAR(probe(answer), 60, 20) << "loopback takes hardly any time on top of the penalty";
+    EXPECT_NEAR(probe([](int fd) {
+                    char c;
+                    recv(fd, &c, 1, MSG_PEEK);
+                    shutdown(fd, SHUT_WR);
+                    answer(fd);
+                }),
+                60, 20);
 }
 
 TEST_F(Probe, FailsWithinItsBoundWhateverTheServerDoes) {
