@@ -7,16 +7,6 @@
 #include "wificond/net/netlink_utils.h"
 
 namespace android::wificond {
-
-// Discovery is the client's own step, but the only one that reads a family's description; an
-// explicit instantiation may name it all the same.
-bool discover(NetlinkUtils& client);
-template <auto Discover>
-struct Opened {
-    friend bool discover(NetlinkUtils& client) { return (client.*Discover)(); }
-};
-template struct Opened<&NetlinkUtils::DiscoverFamilyId>;
-
 namespace {
 
 using namespace std::literals;
@@ -49,7 +39,7 @@ class Client : public NetlinkUtils {
         return {buffer, size_t(std::max(recv(kernel, buffer, 100, MSG_DONTWAIT), ssize_t(0)))};
     }
     int station() { return GetStationInfo("0A1b2C3d4E5f7", "lo"); }
-    int family() { return discover(*this); }
+    int family() { return DiscoverFamilyId(); }
 
     base::unique_fd kernel;
 };

@@ -194,13 +194,13 @@ bool NetlinkUtils::waitForResponses(uint32_t sequence) {
     // One deadline for the whole exchange: an endless multipart reply ends with it.
     const nsecs_t deadline = systemTime(SYSTEM_TIME_MONOTONIC) + kBudgetNs;
     for (;;) {
-        if (responseHandlers.count(sequence) == 0) {
-            return true;
-        }
         const nsecs_t left = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
         if (left <= 0) {
             LOG(ERROR) << "Timeout waiting for netlink reply messages";
             return false;
+        }
+        if (responseHandlers.count(sequence) == 0) {
+            return true;
         }
         pollfd polled{netlinkFd.get(), POLLIN, 0};
         const int ready = poll(&polled, 1, static_cast<int>((left + kNsPerMs - 1) / kNsPerMs));

@@ -49,6 +49,9 @@ class NetlinkUtils {
     NetlinkUtils() = default;
     ~NetlinkUtils() = default;
 
+    // Asks the control family for the number of nl80211; false, with an error line, without one.
+    bool DiscoverFamilyId();
+
     // Sends a request and collects its replies in order; false, with an error line, when they are
     // not complete within 1000 ms.
     bool SendMessageAndGetResponses(const NL80211Packet& packet,
@@ -65,7 +68,6 @@ class NetlinkUtils {
     using Handler = std::function<void(std::unique_ptr<const NL80211Packet>)>;
 
     static bool SetupSocket(base::unique_fd* fd);
-    bool DiscoverFamilyId();
     void OnNewFamily(std::unique_ptr<const NL80211Packet> packet);
     // False, after an error line, when `mac` has less than 12 digits.
     bool SetStationInfo(const char* mac, const char* ifname);

@@ -30,7 +30,7 @@ BaseNL80211Attr::BaseNL80211Attr(int id, const std::vector<uint8_t>& payload) {
 }
 
 bool BaseNL80211Attr::IsValid() const {
-    return bytes.size() >= kAttributeHeaderSize && attributeLength() >= kAttributeHeaderSize &&
+    return bytes.size() >= kAttributeHeaderSize &&
            bytes.size() == alignedAttributeLength(attributeLength());
 }
 

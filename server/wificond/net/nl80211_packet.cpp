@@ -22,7 +22,8 @@ static_assert(sizeof(nlmsghdr) == 16 && sizeof(genlmsghdr) == 4);
 // The message's header; missing bytes of it are zero.
 nlmsghdr headerOf(const std::vector<uint8_t>& bytes) {
     nlmsghdr header{};
-    memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
+    std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(header)),
+                reinterpret_cast<uint8_t*>(&header));
     return header;
 }
 
@@ -81,6 +82,9 @@ uint32_t NL80211Packet::GetMessageSequence() const {
 }
 
 void NL80211Packet::AddAttribute(const BaseNL80211Attr& attribute) {
+    if (bytes.size() < sizeof(nlmsghdr)) {
+        return;
+    }
     const std::vector<uint8_t>& added = attribute.GetConstData();
     bytes.insert(bytes.end(), added.begin(), added.end());
     nlmsghdr header = headerOf(bytes);

@@ -30,7 +30,7 @@ class NL80211Packet {
     uint32_t GetMessageSequence() const;
     const std::vector<uint8_t>& GetConstData() const { return bytes; }
 
-    // Appends an attribute and counts it in the message's length.
+    // Appends an attribute and counts it in the message's length, if it has a header to hold that.
     void AddAttribute(const BaseNL80211Attr& attribute);
 
     // As those of NL80211NestedAttr, for the message's own attributes.
