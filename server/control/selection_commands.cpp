@@ -11,6 +11,7 @@
 #include "core/parameters.h"
 #include "core/text_values.h"
 #include "rules/iptables_manager.h"
+#include "selection/rssi_state_monitor.h"
 #include "selection/smart_link_selection.h"
 #include "selection/tcp_socket_monitor.h"
 
@@ -71,6 +72,7 @@ int startCall(Parameters* parameters, const char* uid) {
     buildSelectionRules();
     parameters->setGamingConnectStatus(true);
     startProbes();
+    RssiStateMonitor::instance();
     parameters->setVoipRunning(true);
     return 0;
 }
@@ -82,6 +84,7 @@ void stopCall(Parameters* parameters, const char* text) {
     parameters->setGamingConnectStatus(false);
     stopProbes();
     IptablesManager::instance()->cleanup_SLS_iptables_UID_chains();
+    RssiStateMonitor::finalize();
 }
 
 }  // namespace
@@ -120,6 +123,7 @@ int StartSlsServer(const char* uids) {
     parameters->setGamingConnectStatus(true);
     buildSelectionRules();
     startProbes();
+    RssiStateMonitor::instance();
     SlaTcpSocketMonitor::instance()->resumePolling();
     parameters->setGamingRunning(true);
     return 0;
@@ -138,6 +142,7 @@ int StopSlsServer() {
     stopProbes();
     IptablesManager::instance()->cleanup_SLS_iptables_UID_chains();
     parameters->setGamingRunning(false);
+    RssiStateMonitor::finalize();
     return 0;
 }
 

@@ -11,6 +11,7 @@
 #include "control/socket_server.h"
 #include "core/parameters.h"
 #include "rules/iptables_manager.h"
+#include "selection/rssi_state_monitor.h"
 #include "selection/smart_link_selection.h"
 #include "selection/socket_killing.h"
 #include "selection/tcp_socket_monitor.h"
@@ -79,6 +80,7 @@ void tearDown() {
     LNKD_LOGE("Dvx disabled, starting cleanup...\n");
     stopHandlingMessages();
     SlaTcpSocketMonitor::finalize();
+    RssiStateMonitor::finalize();
     SmartLinkSelection::finalize();
     SlaStatsImpl::instance()->enableSLA(false);
     IptablesManager::clean_DVX_iptables();

@@ -51,7 +51,7 @@ class InterfaceRtt {
     void sleepWhileRunning(int64_t ms);
 
     char m_ifaceName[kNameSize] = {};
-    // Added to every time measured on this interface, ms.
+    // What a weak signal costs: added to every time measured on this interface, ms.
     std::atomic<int32_t> m_rssiPenaltyMs{0};
     int32_t m_networkLevel = kNotRated;
     int32_t m_speed = 0;       // smoothed; -1 while the interface is failed

@@ -196,6 +196,19 @@ std::unique_ptr<InterfaceRtt> SmartLinkSelection::takeRecord(const std::string& 
     return std::move(node.mapped());
 }
 
+void SmartLinkSelection::setRssiPenalty(const std::string& name, int32_t penaltyMs) {
+    SmartLinkSelection* const engine = theInstance.load(std::memory_order_acquire);
+    if (engine == nullptr) {
+        return;
+    }
+    // Inside the lock: a record may be taken away at any moment.
+    const MutexLock lock(mapMutex);
+    const auto record = engine->m_slsInterfaceMap.find(name);
+    if (record != engine->m_slsInterfaceMap.end()) {
+        record->second->m_rssiPenaltyMs.store(penaltyMs, std::memory_order_relaxed);
+    }
+}
+
 void SmartLinkSelection::setVoipIpAddressAndPort() {
     Parameters* const parameters = Parameters::instance();
     if (!parameters->isVoipRunning() || parameters->probeTarget().server != kDefaultRttServer) {

@@ -60,6 +60,10 @@ class SmartLinkSelection {
     // One choice, when a game or a call runs.
     void slsChooseInterface() EXCLUDES(pingMutex, mapMutex);
 
+    // Sets what is added to each time measured on an interface, ms, if there is a record of it.
+    // Waits for no probe.
+    static void setRssiPenalty(const std::string& name, int32_t penaltyMs) EXCLUDES(mapMutex);
+
     // During a call, makes its remote end the target of the probes, once: while that is still the
     // default, and once the kernel module knows the end.
     static void setVoipIpAddressAndPort();

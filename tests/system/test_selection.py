@@ -11,7 +11,7 @@ import world
 from phone import ALL_LINKS, DEADLINE, socket_of, wait_for_probes, wait_for_selection, wait_until
 from scenario_run import CALL_PEER, CALL_UID, GAME_UID, Client
 
-HIGH_RTT, START, STOP, CALL, PAIR = 4, 5, 6, 8, "wlan0,rmnet_data0"
+HIGH_RTT, START, STOP, CALL, BSSIDS, PAIR = 4, 5, 6, 8, 9, "wlan0,rmnet_data0"
 GAME, STOPPED, CALLING = (START, str(GAME_UID)), (STOP, ""), (CALL, str(CALL_UID))
 
 
@@ -68,7 +68,8 @@ def test_only_the_sockets_of_a_selected_application_are_destroyed(phone):
 
 @pytest.mark.parametrize("interval, misses", [(20, 5), (0, 0), (-5, 1)])
 def test_probes_follow_games_calls_and_interfaces(phone, interval, misses):
-    """One thread a link, one more in a game, nothing left afterwards; the stop comes amid."""
+    """A thread a link and one for the signal, one more in a game, nothing left afterwards; the stop
+    comes amid."""
     world.set_prop("vendor.sla.ifaces", PAIR)
     world.links(*(f"{link} delay 2" for link in world.LINKS))
     phone.start(f"ping_interval_ms={interval}\nmin_ping_times={misses}\n")
@@ -77,9 +78,9 @@ def test_probes_follow_games_calls_and_interfaces(phone, interval, misses):
     for threads, selection, messages in (
         (0, (), [(HIGH_RTT, text) for text in ("", "x", "4294967417", "120")]),
         (2, (), [(HIGH_RTT, "121"), (HIGH_RTT, "300")]),
-        (3, (GAME_UID, "wlan0"), [GAME, GAME]), (4, (GAME_UID, "wlan0"), [(2, ALL_LINKS)]),
-        (3, (GAME_UID, "wlan1"), [(2, "wlan1,rmnet_data0")]),
-        (3, (CALL_UID, "wlan1"), [(CALL, "x"), (CALL, "12x"), CALLING, CALLING, GAME]),
+        (4, (GAME_UID, "wlan0"), [GAME, GAME]), (5, (GAME_UID, "wlan0"), [(2, ALL_LINKS)]),
+        (4, (GAME_UID, "wlan1"), [(2, "wlan1,rmnet_data0")]),
+        (4, (CALL_UID, "wlan1"), [(CALL, "x"), (CALL, "12x"), CALLING, CALLING, GAME]),
         (1, (), [(CALL, "0"), (CALL, "0")]), (0, (), [STOPPED, STOPPED])):
         phone.order(*messages)
         wait_for_selection(*selection)
@@ -89,9 +90,21 @@ def test_probes_follow_games_calls_and_interfaces(phone, interval, misses):
     told = [line for line in world.statistics_commands() if "voip" in line]
     assert told == [f"voip_uid={CALL_UID}", "voip_enable=1", "voip_enable=0", "voip_uid=0"]
     held = phone.held()
-    phone.order(*[GAME, STOPPED] * 10)
+    phone.order(*[GAME, STOPPED] * 50)
     assert phone.held() == held
     phone.choose(GAME)
+
+
+def test_a_wifi_without_a_reading_counts_as_slow(phone):
+    """This Wi-Fi is a cable; some kernels have no Wi-Fi at all."""
+    world.set_prop("vendor.sla.ifaces", PAIR)
+    phone.start()
+    phone.order((BSSIDS, "02:00:00:00:01:00"), GAME)
+    for found in (r"dvx-netlink: .*GET_STATION|Wrong command", "poll interface = wlan0, rssi = 0",
+                  r"rtt is [6-9]\d,device is wlan0", r"rtt is [1-5]?\d,device is rmnet_data0"):
+        phone.wait_for(found)
+    phone.order(STOPPED, GAME, STOPPED)
+    assert not [line for line in phone.daemon.log if "poll interface = rmnet_data0" in line]
 
 
 def test_a_probe_measures_what_a_handshake_takes(phone):

@@ -5,6 +5,7 @@
 #include "core/parameters.h"
 #include "private_world.h"
 #include "rules/iptables_manager.h"
+#include "selection/rssi_state_monitor.h"
 #include "selection/smart_link_selection.h"
 #include "selection/tcp_socket_monitor.h"
 
@@ -41,6 +42,14 @@ namespace {
 void feed(InterfaceRtt& record, std::initializer_list<int32_t> samples) {
     for (const int32_t sample : samples)
         record.setSpeed(sample);
+}
+
+TEST(SignalMonitor, MakesAWeakSignalExpensive) {
+    const std::map<int32_t, int32_t> penalties = {{-128, 300}, {-86, 300}, {-85, 120},
+                                                  {-76, 120},  {-75, 60},  {-65, 60},
+                                                  {-64, 0},    {-1, 0},    {0, 60}};
+    for (const auto& [dbm, ms] : penalties)
+        EXPECT_EQ(RssiStateMonitor::penaltyFor(dbm), ms) << dbm;
 }
 
 TEST(InterfaceRating, SmoothsAnswersAndBridgesMissesUpToTheLimit) {
