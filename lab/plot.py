@@ -67,9 +67,10 @@ class Plot:
     """One picture with a time axis; draw from the back to the front, then take body()."""
 
     def __init__(self, title: str, y_label: str, x_end: float, y_end: float,
-                 x_label: str = "time, s", width: int = 760, height: int = 256):
+                 x_label: str = "time, s", width: int = 760, height: int = 256,
+                 y_begin: float = 0):
         self.title, self.width, self.height = title, width, height
-        self._x_end, self._y_end = x_end, y_end
+        self._x_end, self._y_begin, self._y_end = x_end, y_begin, y_end
         self._right, self._bottom = width - RIGHT, height - BOTTOM
         self._legend: list[tuple[str, str, bool]] = []
         self._parts = [
@@ -78,7 +79,7 @@ class Plot:
             text(0, 0, y_label, "middle", colour=GREY, extra='transform="translate'
                  f'(16 {(TOP + self._bottom) / 2:.0f}) rotate(-90)"'),
         ]
-        for value in round_values(0, y_end, 4):
+        for value in round_values(y_begin, y_end, 4):
             self._parts.append(self._rule(0, value, x_end, value, GRID))
             self._parts.append(text(LEFT - 8, self.y(value) + 4, f"{value:g}", "end", colour=GREY))
         for value in round_values(0, x_end, 10):
@@ -89,7 +90,8 @@ class Plot:
         return LEFT + value / self._x_end * (self._right - LEFT)
 
     def y(self, value: float) -> float:
-        return self._bottom - min(value, self._y_end) / self._y_end * (self._bottom - TOP)
+        part = (min(value, self._y_end) - self._y_begin) / (self._y_end - self._y_begin)
+        return self._bottom - part * (self._bottom - TOP)
 
     def _rule(self, x1: float, y1: float, x2: float, y2: float, colour: str,
               dash: str = "") -> str:
@@ -128,7 +130,7 @@ class Plot:
 
     def mark(self, time: float, label: str) -> None:
         """A moment, with a word beside it."""
-        self._parts.append(self._rule(time, 0, time, self._y_end, INK, "4 2"))
+        self._parts.append(self._rule(time, self._y_begin, time, self._y_end, INK, "4 2"))
         late = time > 0.8 * self._x_end
         self._parts.append(text(self.x(time) + (-5 if late else 5), TOP + 12, label,
                                 "end" if late else "start", 12, INK,
@@ -141,7 +143,7 @@ class Plot:
         self._parts.append(text(self._right, TOP - 16, f"\u25bc {label}", "end", 11))
 
     def body(self) -> list[str]:
-        axis = self._rule(0, 0, self._x_end, 0, GREY)
+        axis = self._rule(0, self._y_begin, self._x_end, self._y_begin, GREY)
         return [*self._parts, axis, *self._legend_parts()]
 
     def _legend_parts(self) -> list[str]:

@@ -160,7 +160,7 @@ class Timeline(plot.Plot):
         self._parts.append(plot.text(self._right, 42, f"| {label}", "end", 11))
 
     def note(self, time: float, words: str, row: int) -> None:
-        self._parts.append(self._rule(time, 0, time, self._y_end, plot.INK, "4 2"))
+        self._parts.append(self._rule(time, self._y_begin, time, self._y_end, plot.INK, "4 2"))
         late = time > 0.8 * self._x_end
         self._parts.append(plot.text(
             self.x(time) + (-5 if late else 5), plot.TOP + 18 + 15 * row, words,
@@ -177,7 +177,8 @@ def _pieces(events: Events, link: str, points: Sequence[tuple[float, float]],
     return [piece for piece in pieces if piece[0]]
 
 
-def _steps(levels: Sequence[tuple[float, float]], end: float) -> list[tuple[float, float]]:
+def steps(levels: Sequence[tuple[float, float]], end: float) -> list[tuple[float, float]]:
+    """A line through values that hold until the next one."""
     points: list[tuple[float, float]] = []
     for (when, level), (until, _) in zip(levels, [*levels[1:], (end, 0)]):
         points += [(max(when, 0), level), (until, level)]
@@ -206,8 +207,10 @@ def _runs(points: Sequence[tuple[float, str]], gap: float, end: float) -> list[l
     return runs
 
 
-def _bands(events: Events, scale: plot.Plot, end: float) -> tuple[list[str], int]:
-    seen = [("chosen", _runs(events.chosen, math.inf, end))]
+def link_bands(events: Events, scale: plot.Plot, end: float) -> tuple[list[str], int]:
+    """Which link was chosen, and which ones the packets came over; and the height of that."""
+    chosen = [(max(when, 0), link) for when, link in events.chosen]
+    seen = [("chosen", _runs(chosen, math.inf, end))]
     for who, packets in events.packets.items():
         for protocol in sorted({packet.protocol for packet in packets}):
             arrivals = sorted((p.answered, p.link) for p in packets
@@ -288,23 +291,27 @@ def picture(played: Played, without: Played | None = None) -> str:
     for link in links:
         pieces = _pieces(events, link, events.levels.get(link, []), end)
         for number, (piece, until) in enumerate(pieces):
-            level.line(_steps(piece, until), link, "" if number else link)
+            level.line(steps(piece, until), link, "" if number else link)
     if events.refused:
         level.along_top([when for when, _ in events.refused], "a better link was refused")
 
     strip, strip_height = _actions(scenario, probed)
-    bands, bands_height = _bands(events, probed, end)
     panels = [(strip, strip_height), *((chart.body(), chart.height) for chart in
                                        (probed, *played_by, *([level] if events.levels else [])))]
-    panels.append((bands, bands_height))
+    panels.append(link_bands(events, probed, end))
     height = sum(size for _, size in panels)
     rules = [f'<path d="M{probed.x(when):.1f} 30V{height - 20}" stroke="#b9bfc8" '
              'stroke-dasharray="1 3"/>' for when, _ in scenario.actions]
-    parts, top = rules, 0
+    return plot.document(WIDTH, height, [*rules, *stacked(panels)], f"{scenario.name} over time")
+
+
+def stacked(panels: Sequence[tuple[list[str], int]]) -> list[str]:
+    """Pictures one below the other, from their parts and heights."""
+    parts, top = [], 0
     for body, size in panels:
         parts += [f'<g transform="translate(0 {top})">', *body, "</g>"]
         top += size
-    return plot.document(WIDTH, height, parts, f"{scenario.name} over time")
+    return parts
 
 
 def _links(events: Events, scenario: Scenario) -> list[str]:

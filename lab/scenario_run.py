@@ -42,7 +42,8 @@ class Observer:
         self._next = 0
         self._best = ""
 
-    def _time(self, line: str) -> float:
+    def time(self, line: str) -> float:
+        """When a line was written, in s from the beginning."""
         stamp = datetime.strptime(f"{self._year}-{line[:18]}", "%Y-%m-%d %H:%M:%S.%f")
         return stamp.timestamp() - self._begin
 
@@ -54,22 +55,22 @@ class Observer:
             if not STAMP.match(line):
                 continue
             if match := PROBED.search(line):
-                events.rtt.setdefault(match[2], []).append((self._time(line), float(match[1])))
+                events.rtt.setdefault(match[2], []).append((self.time(line), float(match[1])))
             elif match := MISSED.search(line):
-                events.misses.setdefault(match[1], []).append(self._time(line))
+                events.misses.setdefault(match[1], []).append(self.time(line))
             elif match := LEVEL.search(line):
                 levels = events.levels.setdefault(match[1], [])
-                levels.append((self._time(line), int(match[2])))
+                levels.append((self.time(line), int(match[2])))
             elif match := SWITCH.search(line):
-                events.chosen.append((self._time(line), match[1]))
+                events.chosen.append((self.time(line), match[1]))
             elif match := BEST.search(line):
                 self._best = match[1]
             elif REFUSED in line and events.chosen and events.chosen[-1][1] != self._best:
-                events.refused.append((self._time(line), self._best))
+                events.refused.append((self.time(line), self._best))
             elif match := GONE.search(line):
-                events.gone.setdefault(match[1], []).append(self._time(line))
+                events.gone.setdefault(match[1], []).append(self.time(line))
             elif match := DESTROYED.search(line):
-                events.killed.append((self._time(line), int(match[1])))
+                events.killed.append((self.time(line), int(match[1])))
         return events
 
 
