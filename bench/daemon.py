@@ -150,7 +150,7 @@ def main() -> int:
     if not world.inside():
         print("daemon.py: not in a world: use bench/run", file=sys.stderr)
         return 2
-    rows = compiled(sys.argv[1]) + selection.sockets(sys.argv[2])
+    rows = compiled(sys.argv[1]) + selection.sockets(sys.argv[2]) + selection.station(sys.argv[3])
     subprocess.run(["strip", "-o", f"{world.LAB}/lnkd", BUILD / "lnkd"], check=True)
     world.set_prop("vendor.sla.ifaces", ",".join(LINKS))
     fill_rings()

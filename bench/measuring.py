@@ -74,7 +74,7 @@ def print_table(rows: list[Row]) -> bool:
     """Whether nothing was missed."""
     table = [("what", "measured", "limit or peer", "ratio", "verdict")]
     for row in rows:
-        digits = 0 if row.unit in ("", "KiB") else 3 if row.unit == "%" else 2
+        digits = 0 if row.unit in ("", "KiB", "bytes") else 3 if row.unit == "%" else 2
         table.append((row.what, f"{row.measured:.{digits}f} {row.unit}".strip(), row.bound_text,
                       *verdict(row)))
     widths = [max(map(len, column)) for column in zip(*table)]

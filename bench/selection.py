@@ -50,6 +50,20 @@ def sockets(path: str) -> list[Row]:
     ]
 
 
+def station(path: str) -> list[Row]:
+    """The rows of what the station benchmark wrote in the virtual machine."""
+    result = json.loads(Path(path).read_text())
+    iw, start = result["iw"], result["start"]
+    return [
+        Row("signal of a station, emulated machine", result["ours"], "ms", iw,
+            f"iw station get: {iw:.0f} ms, wanted 5 times", 5),
+        Row("  against iw less its start", result["ours"], "ms", iw - start,
+            f"{iw - start:.1f} ms", 1),
+        Row("  growth over 10,000 queries: heap in use", result["heap"], "bytes", 0, "none"),
+        Row("  growth over 10,000 queries: resident memory", result["resident"], *MEMORY),
+    ]
+
+
 def memory_while_playing(daemon: world.Daemon) -> list[Row]:
     """Of a daemon without a game yet: probes and the monitor are on from then."""
     control = world.connect_control()

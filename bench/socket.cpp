@@ -13,8 +13,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +20,7 @@
 #include <functional>
 #include <vector>
 
+#include "compare.h"
 #include "core/parameters.h"
 #include "net/sock_diag.h"
 #include "selection/socket_killing.h"
@@ -34,13 +33,6 @@ constexpr int kRounds = 7;
 constexpr int kPolls = 100;
 constexpr uid_t kUid = 10200;
 constexpr uint16_t kPort = 9000;
-
-void check(bool good, const char* what) {
-    if (!good) {
-        perror(what);
-        exit(1);
-    }
-}
 
 void makeNetwork() {
     rlimit limit{};
@@ -128,22 +120,6 @@ std::vector<inet_diag_msg> listed() {
     return found;
 }
 
-double msOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-            .count();
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-void run(const char* command) {
-    check(system(command) == 0, command);
-}
-
 struct Killing {
     double ms;
     size_t left;  // sockets that it passed over
@@ -209,18 +185,6 @@ void compareKilling(const char* where, bool far) {
     }
     printf("\"%s\": {\"ours\": %.3f, \"ss\": %.3f, \"requests\": %.3f, \"left\": %zu},\n", where,
            median(ours), median(ss), median(requests), left);
-}
-
-// An exact figure: the kernel's own counter lags behind by some pages a processor.
-long residentKib() {
-    FILE* const file = fopen("/proc/self/smaps_rollup", "re");
-    check(file != nullptr, "smaps_rollup");
-    char line[256];
-    long kib = 0;
-    while (fgets(line, sizeof(line), file) != nullptr && sscanf(line, "Rss: %ld", &kib) != 1) {
-    }
-    fclose(file);
-    return kib;
 }
 
 void comparePolling() {
