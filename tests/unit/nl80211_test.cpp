@@ -74,6 +74,7 @@ TEST(GenericNetlink, TakesFromRepliesOnlyWhatIsThere) {
          {Case{station, {yes + done}, -59, "No handler for message: 1"},
           {station, {reply(good, 2) + reply(weak, 2), "", reply(weak, 2) + done + yes}, -59, ""},
           {station, {message(4, "") + yes}, 0, "Get message overrun notification"},
+          {station, {message(1, "") + yes}, 0, "NL80211_CMD_GET_STATION failed"},
           {station, {reply(weak, 0, 9) + yes, yes}, -59, "No handler for message: 9"},
           {station, {"short", reply(weak, 0, 0) + "short", yes}, -59, "payload is broken."},
           {station, {std::string(40, '\0'), yes}, -59, "Cannot retrieve netlink header."},
@@ -103,11 +104,18 @@ TEST(GenericNetlink, GivesUpAfterASecond) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2500ms);
 }
 
-TEST(GenericNetlink, SaysThatAKernelHasNoWifi) {
+TEST(GenericNetlink, SaysWhyThereIsNoAnswer) {
     testing::internal::CaptureStderr();
     const bool started = NetlinkUtils::instance()->Start();
-    const std::string log = testing::internal::GetCapturedStderr();
+    std::string log = testing::internal::GetCapturedStderr();
     EXPECT_TRUE(started || log.find("Failed to get NL80211 family id") != log.npos) << log;
+
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(seteuid(1), 0) << "who may not force the size of a buffer";
+    EXPECT_FALSE(NetlinkUtils::instance()->Start());
+    EXPECT_EQ(seteuid(0), 0);
+    log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("Failed to set uevent socket SO_RCVBUFFORCE option"), log.npos) << log;
 }
 
 }  // namespace
