@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The page of a walk away from the access point and back."""
+"""The page, and its picture, of a walk away from the access point and back."""
 
 from collections.abc import Sequence
 from pathlib import Path
@@ -15,7 +15,8 @@ STRONG, WEAK = -30.0, -100.0  # dBm
 
 def write_page(path: Path, events: Events, readings: Sequence[tuple[float, float]],
                penalties: Sequence[tuple[float, float]], end: float) -> None:
-    """Readings in dBm and penalties in ms, from their times on, over `end` seconds."""
+    """Readings in dBm and penalties in ms, from their times on, over `end` seconds. The picture
+    is also a file of its own beside the page."""
     high = max(rtt for points in events.rtt.values() for _, rtt in points)
     signal = Timeline(f"Signal of {WIFI}'s access point, as the daemon reads it", "dBm", end,
                       STRONG, width=WIDTH, y_begin=WEAK)
@@ -34,6 +35,7 @@ def write_page(path: Path, events: Events, readings: Sequence[tuple[float, float
               link_bands(events, probed, end)]
     picture = plot.document(WIDTH, sum(height for _, height in panels), stacked(panels),
                             "A walk away from the access point and back")
+    path.with_suffix(".svg").write_text(picture)
     report.write(path, "lnkd: a walk away from the access point and back", [
         report.paragraph("A simulated radio, the kernel's own 802.11 code, and a game that plays "
                          "all the time."),

@@ -83,7 +83,7 @@ def test_the_signal_becomes_a_penalty(phone):
 def test_a_game_leaves_a_weak_wifi_while_it_still_delivers_and_returns(phone):
     """A walk away from the access point and back, a step with each reading."""
     set_signal(-50)
-    start(phone, "alpha_percent=20\nt_hyst_s=12\nn_hyst=1\n")
+    start(phone, "alpha_percent=20\nt_hyst_s=18\nn_hyst=2\n")
     player = Client("game", GAME)
 
     def plays_on(link):
@@ -116,7 +116,7 @@ def test_a_game_leaves_a_weak_wifi_while_it_still_delivers_and_returns(phone):
     signal_report.write_page(Path("/results/signal.html"), events, readings,
                              [(when, penalty(dbm)) for when, dbm in readings], end)
     (left, to), (returned, back) = events.switches
-    assert (to, back, returned - left >= 12) == ("rmnet_data0", "wlan0", True)
+    assert (to, back, returned - left >= 18) == ("rmnet_data0", "wlan0", True)
     # The answers to what was sent last before the switch died with the sockets.
     assert {p.link for p in events.packets["game"] if p.sent < left - 0.2} == {"wlan0"}
 
