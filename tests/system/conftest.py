@@ -15,7 +15,7 @@ LAB = Path(__file__).resolve().parents[2] / "lab"
 sys.path.insert(0, str(LAB))
 
 import world  # noqa: E402
-from phone import Phone  # noqa: E402
+from driver import Phone  # noqa: E402
 
 
 def pytest_collection_modifyitems(items):

@@ -2,7 +2,7 @@
 import struct
 
 import world
-from phone import unread, wait_until
+from driver import unread, wait_until
 from steering import kernel, steered
 
 MESSAGE = struct.Struct("=ii1024s")

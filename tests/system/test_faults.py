@@ -9,7 +9,7 @@ from pathlib import Path
 
 import pytest
 import world
-from phone import CONF, TOOLS, wait_until
+from driver import CONF, TOOLS, wait_until
 from steering import kernel, steered
 
 SOCKET = Path(world.CONTROL_SOCKET)

@@ -3,7 +3,7 @@ import re
 
 import pytest
 import world
-from phone import ALL_LINKS, settled, wait_for_shares, wait_until
+from driver import ALL_LINKS, settled, wait_for_shares, wait_until
 from steering import kernel, steered
 
 BAD_NAMES = ["wlan0;reboot", "$(id)", "`id`", "a|b", "a b", "%s%n", "wlan1\n", "wl\xe4n", " ", "",

@@ -3,7 +3,7 @@ from contextlib import suppress
 
 import pytest
 import world
-from phone import ALL_LINKS, DEADLINE, gate, settled, wait_for_shares, wait_until
+from driver import ALL_LINKS, DEADLINE, gate, settled, wait_for_shares, wait_until
 from steering import kernel, steered
 
 NAT = "zelk_nat_POSTROUTING_DVX"

@@ -2,7 +2,7 @@
 import random
 
 import world
-from phone import ALL_LINKS, wait_for_shares
+from driver import ALL_LINKS, wait_for_shares
 from steering import set_rates
 
 WIFI_THRESHOLD, WAN_THRESHOLD = 1600, 500  # kbit/s

@@ -5,7 +5,7 @@ import subprocess
 import time
 
 import world
-from phone import ALL_LINKS
+from driver import ALL_LINKS
 from scenario_run import Client
 from steering import kernel
 

@@ -6,7 +6,7 @@ from collections import Counter
 from pathlib import Path
 
 import world
-from phone import ALL_LINKS, DEADLINE, socket_of, wait_for_shares, wait_until
+from driver import ALL_LINKS, DEADLINE, socket_of, wait_for_shares, wait_until
 from steering import set_rates
 
 UID, OTHER_UID = 10123, 10999
