@@ -18,7 +18,7 @@ from pathlib import Path
 
 REPOSITORY = Path(__file__).resolve().parents[1]
 WORK = REPOSITORY / "build" / "vm"
-KERNEL = WORK / "kernel"
+SYSTEM = WORK / "system"  # kernel, modules and a shell
 RESULTS = WORK / "results"
 CONSOLE = WORK / "console.log"
 # In order, what it takes to see the files; all other modules are found there.
@@ -35,7 +35,7 @@ for module in {" ".join(MODULES)}; do insmod $module.ko; done
 /busybox mount -t 9p -o ro,trans=virtio,msize=512000,cache=loose root /host
 /busybox mount -t 9p -o trans=virtio results /results
 ln -s /host/usr/lib/* /lib
-ln -sfn /host{KERNEL}/lib/modules /lib/modules
+ln -sfn /host{SYSTEM}/lib/modules /lib/modules
 for entry in bin sbin lib64 etc usr; do ln -s /host/$entry /; done
 export PATH=/usr/sbin:/usr/bin MARK='{MARK}'
 exec /bin/sh -ex /host{REPOSITORY}/lab/vm_phone.sh > /dev/console 2>&1
@@ -48,9 +48,10 @@ def make_initramfs() -> Path:
     root.mkdir(exist_ok=True)
     (root / "init").write_text(INIT)
     (root / "init").chmod(0o755)
-    for file in ["/bin/busybox", *(next(KERNEL.rglob(f"{name}.ko")) for name in MODULES)]:
+    busybox = SYSTEM / "bin/busybox"
+    for file in (busybox, *(next(SYSTEM.rglob(f"{name}.ko")) for name in MODULES)):
         shutil.copy(file, root)
-    archive = subprocess.run(["busybox", "cpio", "-o", "-H", "newc"], cwd=root, check=True,
+    archive = subprocess.run([busybox, "cpio", "-o", "-H", "newc"], cwd=root, check=True,
                              input="\n".join(os.listdir(root)).encode(), capture_output=True)
     initramfs = WORK / "initramfs"
     initramfs.write_bytes(archive.stdout)
@@ -58,18 +59,20 @@ def make_initramfs() -> Path:
 
 
 class Machine:
-    """Boots when it is made."""
+    """Boots when it is made. Ends with the program that made it, however that ends."""
 
     def __init__(self) -> None:
+        if not SYSTEM.exists():
+            raise FileNotFoundError(f"no {SYSTEM}: run scripts/setup vm")
         RESULTS.mkdir(exist_ok=True)
         # One simple processor: emulated, a second one and more features make it slower.
         argv = [
-            "qemu-system-x86_64", *"-M pc,accel=tcg -cpu Nehalem -m 1024 -nodefaults".split(),
+            *"setpriv --pdeathsig KILL qemu-system-x86_64 -M pc,accel=tcg -cpu Nehalem -m 1024 -nodefaults".split(),
             *"-no-reboot -display none -serial stdio -serial".split(), f"file:{CONSOLE}",
             "-virtfs", "local,path=/,mount_tag=root,security_model=none,readonly=on,"
             "multidevs=remap",
             "-virtfs", f"local,path={RESULTS},mount_tag=results,security_model=none",
-            "-kernel", str(next(KERNEL.glob("boot/vmlinuz-*"))), "-initrd", str(make_initramfs()),
+            "-kernel", str(next(SYSTEM.glob("boot/vmlinuz-*"))), "-initrd", str(make_initramfs()),
             "-append", "console=ttyS1 quiet panic=-1 mitigations=off"]
         self._qemu = subprocess.Popen(argv, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                       text=True, errors="replace")
@@ -78,7 +81,7 @@ class Machine:
     def run(self, command: str, deadline: float) -> tuple[int, str]:
         """Its exit status and output; a machine that takes longer is ended."""
         assert self._qemu.stdin
-        self._qemu.stdin.write(f"({command}) < /dev/null 2>&1; echo '{MARK}' $?\n")
+        self._qemu.stdin.write(f"({command}) < /dev/null 2>&1; printf '\\n%s %d\\n' '{MARK}' $?\n")
         self._qemu.stdin.flush()
         return self._answer(command, deadline)
 
@@ -90,7 +93,7 @@ class Machine:
         for line in self._qemu.stdout:
             if line.startswith(MARK):
                 timer.cancel()
-                return int(line.split()[-1]), output
+                return int(line.split()[-1]), output.removesuffix("\n")
             output += line
         timer.cancel()
         raise TimeoutError(f"{command}: the machine ended\n{output}\nits console: {CONSOLE}\n"
@@ -105,10 +108,11 @@ def main() -> int:
     if len(sys.argv) != 2:
         print("usage: lab/vm.py COMMAND", file=sys.stderr)
         return 2
-    if not KERNEL.exists():
-        print("lab/vm.py: no kernel, run scripts/setup vm", file=sys.stderr)
+    try:
+        machine = Machine()
+    except FileNotFoundError as error:
+        print(f"lab/vm.py: {error}", file=sys.stderr)
         return 2
-    machine = Machine()
     try:
         status, output = machine.run(sys.argv[1], COMMAND_S)
     finally:
