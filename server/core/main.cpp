@@ -80,7 +80,7 @@ void tearDown() {
     LNKD_LOGE("Dvx disabled, starting cleanup...\n");
     stopHandlingMessages();
     SlaTcpSocketMonitor::finalize();
-    RssiStateMonitor::finalize();
+    RssiStateMonitor::finalize();  // writes to the engine's records
     SmartLinkSelection::finalize();
     SlaStatsImpl::instance()->enableSLA(false);
     IptablesManager::clean_DVX_iptables();

@@ -25,8 +25,8 @@ struct MessageType {
 // Client of the kernel's generic-netlink bus that answers one question: how strong is the signal
 // of the access point that a Wi-Fi interface is associated with.
 //
-// linux/genetlink.h and linux/nl80211.h. One thread at a time; a request waits for its reply, for
-// 1000 ms in all. What the kernel sends is not trusted.
+// linux/genetlink.h and linux/nl80211.h. One thread at a time; a reply is waited for, for 1000 ms
+// in all. What the kernel sends is not trusted.
 class NetlinkUtils {
   public:
     static NetlinkUtils* instance();
@@ -35,21 +35,23 @@ class NetlinkUtils {
     NetlinkUtils& operator=(const NetlinkUtils&) = delete;
 
     // Opens the socket and learns the number of the nl80211 family; false, with an error line,
-    // when one of the two fails. May be called again, and then does both anew.
+    // when there is no socket or no number, not even one from before. May be called again, and
+    // then does both anew.
     bool Start();
 
     // Signal strength in dBm of the access point `mac`, 12 hexadecimal digits, on `ifname`; 0,
     // after an error line, when there is no reading.
     int32_t GetStationInfo(const char* mac, const char* ifname);
 
-    // Number of the nl80211 family, 0 when it is not known.
+    // Number of the nl80211 family, 0 when it is not known: nobody answers then.
     uint16_t GetFamilyId();
 
   protected:
     NetlinkUtils() = default;
     ~NetlinkUtils() = default;
 
-    // Asks the control family for the number of nl80211; false, with an error line, without one.
+    // Asks the control family for the number of nl80211; false, with an error line, when it gives
+    // none and none is on record.
     bool DiscoverFamilyId();
 
     // Sends a request and collects its replies in order; false, with an error line, when they are
@@ -69,7 +71,7 @@ class NetlinkUtils {
 
     static bool SetupSocket(base::unique_fd* fd);
     void OnNewFamily(std::unique_ptr<const NL80211Packet> packet);
-    // False, after an error line, when `mac` has less than 12 digits.
+    // False, after an error line, when `mac` has less than 12 characters.
     bool SetStationInfo(const char* mac, const char* ifname);
     static bool SendMessageInternal(const NL80211Packet& packet, int fd);
     // Waits for the replies of a registered request.
