@@ -20,7 +20,7 @@ TOOLS = [Path(f"/system/bin/{tool}-wrapper-1.0") for tool in ("iptables", "ip")]
 GATE = f"{world.LAB}/gate"
 ALL_LINKS = ",".join(world.LINKS)
 # A sanitizer makes the daemon several times slower, as does an emulated machine.
-SLOW = re.search("asan|tsan", os.environ.get("LNKD_BUILD", "")) or "LNKD_INSIDE" in os.environ
+SLOW = re.search("asan|tsan", os.environ.get("LNKD_BUILD", "")) or "LNKD_IN_VM" in os.environ
 DEADLINE = 50.0 if SLOW else 10.0
 COMPLAINT = re.compile("WARNING: ThreadSanitizer|ERROR: AddressSanitizer|runtime error:")
 

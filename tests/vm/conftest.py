@@ -21,14 +21,14 @@ machine = functools.cache(vm.Machine)
 
 
 def pytest_collection_modifyitems(items):
-    for item in items if "LNKD_INSIDE" not in os.environ else []:
+    for item in items if "LNKD_IN_VM" not in os.environ else []:
         item.setup = lambda: None  # fixtures belong inside
         item.runtest = lambda item=item: run_in_machine(f"{item.path}::{item.name}")
 
 
 def run_in_machine(test):
     build = f"/host{Path(os.environ.get('LNKD_BUILD', REPOSITORY / 'build/release')).resolve()}"
-    command = (f"LNKD_INSIDE=1 LNKD_BUILD={build} PATH={build}:$PATH PYTHONDONTWRITEBYTECODE=1 "
+    command = (f"LNKD_IN_VM=1 LNKD_BUILD={build} PATH={build}:$PATH PYTHONDONTWRITEBYTECODE=1 "
                f"python3 -m pytest -q --tb=short --color=no -p no:cacheprovider /host{test}")
     try:
         status, output = machine().run(command, deadline=180)
