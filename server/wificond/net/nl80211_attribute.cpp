@@ -75,6 +75,17 @@ bool BaseNL80211Attr::GetAttributeImpl(const uint8_t* buffer, size_t length, int
     return false;
 }
 
+bool BaseNL80211Attr::copyFrom(const std::vector<uint8_t>& held, size_t offset, int id) {
+    uint8_t* start = nullptr;
+    uint8_t* end = nullptr;
+    if (held.size() < offset ||
+        !GetAttributeImpl(held.data() + offset, held.size() - offset, id, &start, &end)) {
+        return false;
+    }
+    bytes.assign(start, end);
+    return IsValid();
+}
+
 template <>
 NL80211Attr<unsigned short>::NL80211Attr(int id, unsigned short value) {
     InitHeaderAndResize(id, sizeof(value));
@@ -123,19 +134,6 @@ std::string NL80211Attr<std::string>::GetValue() const {
     std::string value(reinterpret_cast<const char*>(payload()), length - kAttributeHeaderSize);
     value.erase(value.find_last_not_of('\0') + 1);
     return value;
-}
-
-bool NL80211NestedAttr::copyAttribute(int id, BaseNL80211Attr* attribute) const {
-    if (bytes.size() < kAttributeHeaderSize) {
-        return false;
-    }
-    uint8_t* start = nullptr;
-    uint8_t* end = nullptr;
-    if (!GetAttributeImpl(payload(), bytes.size() - kAttributeHeaderSize, id, &start, &end)) {
-        return false;
-    }
-    attribute->bytes.assign(start, end);
-    return attribute->IsValid();
 }
 
 bool NL80211NestedAttr::GetListOfNestedAttributes(std::vector<NL80211NestedAttr>* list) const {

@@ -48,6 +48,10 @@ class BaseNL80211Attr {
   protected:
     BaseNL80211Attr() = default;
 
+    // Copies the first attribute `id` of those that `held` has from `offset` on; whether there is
+    // one and it is valid.
+    bool copyFrom(const std::vector<uint8_t>& held, size_t offset, int id);
+
     // Length from the header, 0 when there is none.
     uint16_t attributeLength() const;
     const uint8_t* payload() const { return bytes.data() + kAttributeHeaderSize; }
@@ -93,7 +97,7 @@ class NL80211NestedAttr : public BaseNL80211Attr {
     // valid. One that is not valid has been copied all the same.
     template <typename T>
     bool GetAttribute(int id, NL80211Attr<T>* attribute) const {
-        return copyAttribute(id, attribute);
+        return attribute->copyFrom(bytes, kAttributeHeaderSize, id);
     }
 
     // The value of a text attribute of the list; false leaves `value` as it is.
@@ -110,9 +114,6 @@ class NL80211NestedAttr : public BaseNL80211Attr {
     // Replaces `list` by the attributes of the payload; false, and no change, when one of them
     // is broken.
     bool GetListOfNestedAttributes(std::vector<NL80211NestedAttr>* list) const;
-
-  private:
-    bool copyAttribute(int id, BaseNL80211Attr* attribute) const;
 };
 
 }  // namespace wificond

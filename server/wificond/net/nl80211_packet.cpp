@@ -13,7 +13,6 @@ namespace wificond {
 
 namespace {
 
-constexpr size_t kFamilyHeaderSize = sizeof(nlmsghdr) + sizeof(genlmsghdr);
 constexpr size_t kErrorSize = sizeof(nlmsghdr) + sizeof(int32_t);
 constexpr size_t kCommandOffset = sizeof(nlmsghdr);
 
@@ -30,9 +29,10 @@ nlmsghdr headerOf(const std::vector<uint8_t>& bytes) {
 }  // namespace
 
 NL80211Packet::NL80211Packet(uint16_t type, uint8_t command, uint32_t sequence, uint32_t portId)
-    : bytes(kFamilyHeaderSize, 0) {
+    : bytes(kAttributesOffset, 0) {
+    static_assert(kAttributesOffset == sizeof(nlmsghdr) + sizeof(genlmsghdr));
     nlmsghdr header{};
-    header.nlmsg_len = kFamilyHeaderSize;
+    header.nlmsg_len = kAttributesOffset;
     header.nlmsg_type = type;
     header.nlmsg_flags = NLM_F_REQUEST;
     header.nlmsg_seq = sequence;
@@ -49,7 +49,7 @@ bool NL80211Packet::IsValid() const {
     }
     const nlmsghdr header = headerOf(bytes);
     if (header.nlmsg_type >= NLMSG_MIN_TYPE &&
-        (bytes.size() < kFamilyHeaderSize || header.nlmsg_len < kFamilyHeaderSize)) {
+        (bytes.size() < kAttributesOffset || header.nlmsg_len < kAttributesOffset)) {
         LOG(ERROR) << "Cannot retrieve generic netlink header.";
         return false;
     }
@@ -90,20 +90,6 @@ void NL80211Packet::AddAttribute(const BaseNL80211Attr& attribute) {
     nlmsghdr header = headerOf(bytes);
     header.nlmsg_len += static_cast<uint32_t>(added.size());
     memcpy(bytes.data(), &header, sizeof(header));
-}
-
-bool NL80211Packet::copyAttribute(int id, BaseNL80211Attr* attribute) const {
-    if (bytes.size() < kFamilyHeaderSize) {
-        return false;
-    }
-    uint8_t* start = nullptr;
-    uint8_t* end = nullptr;
-    if (!BaseNL80211Attr::GetAttributeImpl(bytes.data() + kFamilyHeaderSize,
-                                           bytes.size() - kFamilyHeaderSize, id, &start, &end)) {
-        return false;
-    }
-    attribute->bytes.assign(start, end);
-    return attribute->IsValid();
 }
 
 }  // namespace wificond

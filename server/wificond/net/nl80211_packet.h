@@ -36,10 +36,10 @@ class NL80211Packet {
     // As those of NL80211NestedAttr, for the message's own attributes.
     template <typename T>
     bool GetAttribute(int id, NL80211Attr<T>* attribute) const {
-        return copyAttribute(id, attribute);
+        return attribute->copyFrom(bytes, kAttributesOffset, id);
     }
     bool GetAttribute(int id, NL80211NestedAttr* attribute) const {
-        return copyAttribute(id, attribute);
+        return attribute->copyFrom(bytes, kAttributesOffset, id);
     }
     template <typename T>
     bool GetAttributeValue(int id, T* value) const {
@@ -52,7 +52,7 @@ class NL80211Packet {
     }
 
   private:
-    bool copyAttribute(int id, BaseNL80211Attr* attribute) const;
+    static constexpr size_t kAttributesOffset = 20;  // bytes: both headers come first
 
     std::vector<uint8_t> bytes;
 };
