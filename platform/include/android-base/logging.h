@@ -4,8 +4,8 @@
 // Stand-in for the phone's base logging: a stream that becomes one log message.
 
 #include <cerrno>
-#include <memory>
-#include <ostream>
+#include <string>
+#include <type_traits>
 
 namespace android {
 namespace base {
@@ -20,7 +20,22 @@ enum LogSeverity {
     FATAL,
 };
 
-class LogMessageData;
+// The text of a message. No std::ostream: its locales would be 240 KiB of the daemon's memory.
+class LogStream {
+  public:
+    LogStream& operator<<(const std::string& text) {
+        m_text += text;
+        return *this;
+    }
+    template <typename Number, typename = std::enable_if_t<std::is_integral_v<Number>>>
+    LogStream& operator<<(Number number) {
+        return *this << std::to_string(number);
+    }
+    const std::string& text() const { return m_text; }
+
+  private:
+    std::string m_text;
+};
 
 // Collects a message in stream() and writes it when destroyed, through the same log as
 // __android_log_print. A null `tag` means "dvx-netlink". With `error` other than -1 the text of
@@ -34,10 +49,15 @@ class LogMessage {
     LogMessage(const LogMessage&) = delete;
     LogMessage& operator=(const LogMessage&) = delete;
 
-    std::ostream& stream();
+    LogStream& stream() { return m_stream; }
 
   private:
-    const std::unique_ptr<LogMessageData> data_;
+    LogStream m_stream;
+    const char* const m_file;
+    const unsigned int m_line;
+    const LogSeverity m_severity;
+    const char* const m_tag;
+    const int m_error;
 };
 
 }  // namespace base
