@@ -19,7 +19,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "lab"))
 import selection
 import world
-from measuring import Row, growth_rows, kib, print_table, run_time, sample
+from measuring import DAEMON, Row, growth_rows, kib, print_table, run_time, sample
 
 BUILD = Path(os.environ["LAB_BUILD"])
 LINKS = ("wlan0", "wlan1", "rmnet_data0", "ccmni0")
@@ -54,7 +54,7 @@ def fill_rings() -> None:
 
 def steady_state() -> list[Row]:
     with subprocess.Popen([BUILD / "bench/empty_program"]) as empty:
-        with world.start_daemon(f"{world.LAB}/lnkd") as daemon:
+        with world.start_daemon(str(DAEMON)) as daemon:
             # The first pass made its rules, the last link's at last; from now on nothing moves.
             daemon.wait_for("nf_conntrack interface rmnet_data0")
             pid = daemon.process.pid
@@ -88,7 +88,7 @@ def replace_tools() -> None:
 def growth(commands: Commands) -> list[Row]:
     Path("/vendor/etc/sla/lnkd.conf").write_text("ping_interval_ms=1\n")
     done = commands.starts + 1  # with the one at the daemon's own start
-    daemon = subprocess.Popen([f"{world.LAB}/lnkd"], stderr=subprocess.DEVNULL)
+    daemon = subprocess.Popen([str(DAEMON)], stderr=subprocess.DEVNULL)
     control = world.connect_control()
     world.wait_until(lambda: commands.starts == done, 10, "first start of the module")
 
@@ -151,7 +151,6 @@ def main() -> int:
         print("daemon.py: not in a world: use bench/run", file=sys.stderr)
         return 2
     rows = compiled(sys.argv[1]) + selection.sockets(sys.argv[2]) + selection.station(sys.argv[3])
-    subprocess.run(["strip", "-o", f"{world.LAB}/lnkd", BUILD / "lnkd"], check=True)
     world.set_prop("vendor.sla.ifaces", ",".join(LINKS))
     fill_rings()
     commands = Commands()

@@ -6,6 +6,8 @@ import time
 from pathlib import Path
 from typing import NamedTuple
 
+DAEMON = Path(os.environ["LAB_BUILD"]) / "stripped" / "lnkd"  # as it is installed
+
 # How a growth is judged: unit, limit, and its text. Noise is over all changes: a leak of 7 bytes a
 # change is more.
 COUNT = ("", 0, "none")

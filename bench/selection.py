@@ -11,7 +11,7 @@ from functools import partial
 from pathlib import Path
 
 import world
-from measuring import MEMORY, Row, growth_rows, kib, sample
+from measuring import DAEMON, MEMORY, Row, growth_rows, kib, sample
 from scenario_run import CALL_UID, GAME_UID, START_GAME, STOP_GAME, Client
 
 LINKS = "wlan0,rmnet_data0"
@@ -101,7 +101,7 @@ def switching() -> list[Row]:
     Path("/vendor/etc/sla/lnkd.conf").write_text("".join(f"{k}={v}\n" for k, v in conf.items()))
     world.set_prop("vendor.sla.ifaces", LINKS)
     rows = []
-    with world.start_daemon(f"{world.LAB}/lnkd") as daemon, world.connect_control() as control:
+    with world.start_daemon(str(DAEMON)) as daemon, world.connect_control() as control:
         tasks = Path(f"/proc/{daemon.process.pid}/task")
         daemon.wait_for("nf_conntrack interface rmnet_data0")
         idle = len(os.listdir(tasks))
@@ -186,7 +186,7 @@ def playing() -> list[Row]:
     world.links("wlan0 up delay 0.5", "rmnet_data0 up delay 0.5")
     # UDP only: there is a socket to destroy, and the probes stay with their default target.
     client = Client("call", f"{world.WEB_SERVER}:5060")
-    with world.start_daemon(f"{world.LAB}/lnkd") as daemon, world.connect_control() as control:
+    with world.start_daemon(str(DAEMON)) as daemon, world.connect_control() as control:
         play, pid = Play(daemon), daemon.process.pid
         world.send_message(control, START_GAME, str(CALL_UID))
         daemon.wait_for(r"\(rmnet_data0\) \(network level = 10\)", 10)
