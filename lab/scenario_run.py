@@ -181,7 +181,9 @@ class Player:
             seconds = time.time() - self.begin
             for client in self.clients.values():
                 client.end()
-            after = self._settled(daemon.process.pid, before)
+            # It keeps the socket on which it asks for the signal of a Wi-Fi.
+            wanted = Process(before.descriptors + self.selection, before.threads)
+            after = self._settled(daemon.process.pid, wanted)
             try:
                 world.wait_until(lambda: not self._left_running(), 3)
             except TimeoutError:
@@ -190,8 +192,8 @@ class Player:
             status = daemon.stop(10)
         events = self.observer.catch_up()
         events.left = left + sorted(kernel_state() - clean)
-        if (after.descriptors, after.threads) > (before.descriptors, before.threads):
-            events.left.append(f"{after} after, {before} before")
+        if after.descriptors > wanted.descriptors or after.threads > wanted.threads:
+            events.left.append(f"{after} after, {wanted} wanted")
         self._read_files(events)
         return Played(self.scenario, self.selection, events, seconds, before, after, status,
                       daemon.log)
