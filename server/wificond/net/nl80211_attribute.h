@@ -87,6 +87,17 @@ class NL80211Attr<std::string> : public BaseNL80211Attr {
     std::string GetValue() const;
 };
 
+// The value of attribute `id` of a packet or a list; false leaves `value` as it is.
+template <typename Holder, typename T>
+bool readAttributeValue(const Holder& holder, int id, T* value) {
+    NL80211Attr<T> attribute;
+    if (!holder.GetAttribute(id, &attribute)) {
+        return false;
+    }
+    *value = attribute.GetValue();
+    return true;
+}
+
 // An attribute whose payload is a list of attributes.
 class NL80211NestedAttr : public BaseNL80211Attr {
   public:
@@ -100,15 +111,9 @@ class NL80211NestedAttr : public BaseNL80211Attr {
         return attribute->copyFrom(bytes, kAttributeHeaderSize, id);
     }
 
-    // The value of a text attribute of the list; false leaves `value` as it is.
     template <typename T>
     bool GetAttributeValue(int id, T* value) const {
-        NL80211Attr<T> attribute;
-        if (!GetAttribute(id, &attribute)) {
-            return false;
-        }
-        *value = attribute.GetValue();
-        return true;
+        return readAttributeValue(*this, id, value);
     }
 
     // Replaces `list` by the attributes of the payload; false, and no change, when one of them

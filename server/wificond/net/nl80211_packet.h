@@ -43,12 +43,7 @@ class NL80211Packet {
     }
     template <typename T>
     bool GetAttributeValue(int id, T* value) const {
-        NL80211Attr<T> attribute;
-        if (!GetAttribute(id, &attribute)) {
-            return false;
-        }
-        *value = attribute.GetValue();
-        return true;
+        return readAttributeValue(*this, id, value);
     }
 
   private:
