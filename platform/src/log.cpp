@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -32,6 +33,34 @@ std::string linePrefix(int prio, const char* tag) {
     return prefix;
 }
 
+// Whether a control character stands at `at`: one byte, or, from U+0080 to U+009F, two in UTF-8.
+// The length of it, 0 for none.
+size_t controlLength(std::string_view text, size_t at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte < 0x20 || byte == 0x7F) {
+        return 1;
+    }
+    const bool isPair = byte == 0xC2 && at + 1 < text.size();
+    return isPair && static_cast<unsigned char>(text[at + 1]) < 0xA0 ? 2 : 0;
+}
+
+// Appends a line of a message. What a client sent is part of many: its control characters must not
+// reach the terminal of whoever reads the log.
+void appendPrintable(std::string& out, std::string_view line) {
+    size_t escaped = 0;  // bytes of the present character that are still to be written as numbers
+    for (size_t i = 0; i < line.size(); ++i) {
+        escaped = std::max(escaped, controlLength(line, i));
+        if (escaped == 0) {
+            out.push_back(line[i]);
+            continue;
+        }
+        char number[8];
+        snprintf(number, sizeof(number), "\\x%02x", static_cast<unsigned char>(line[i]));
+        out.append(number);
+        --escaped;
+    }
+}
+
 int writeAll(const std::string& bytes) {
     size_t done = 0;
     while (done < bytes.size()) {
@@ -58,7 +87,9 @@ int __android_log_write(int prio, const char* tag, const char* text) {
     size_t end = 0;
     do {
         end = rest.find('\n');
-        out.append(prefix).append(rest.substr(0, end)).push_back('\n');
+        out.append(prefix);
+        appendPrintable(out, rest.substr(0, end));
+        out.push_back('\n');
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
     } while (end != std::string_view::npos);
     const int result = writeAll(out);

@@ -13,7 +13,10 @@ TEST(Log, WritesAMessageWholeWithAPrefixForEachLine) {
     const std::string large(5000, 'x'), id = " +" + std::to_string(getpid());
     const std::regex prefix("[-0-9]{5} [:0-9]{8}\\.\\d{3}" + id + id + " I DVX-Test: ");
     const std::pair<std::string, std::string> cases[] = {
-            {"text\n", "#text\n"}, {"a\nb\n\n", "#a\n#b\n#\n"}, {large, '#' + large + '\n'}};
+            {"text\n", "#text\n"},
+            {"a\nb\n\n", "#a\n#b\n#\n"},
+            {"\x1b[2J\r\t\x7f\xc2\x9b é！", "#\\x1b[2J\\x0d\\x09\\x7f\\xc2\\x9b é！\n"},
+            {large, '#' + large + '\n'}};
     for (const auto& [text, expected] : cases) {
         const int saved = dup(STDERR_FILENO);
         dup2(ends[1], STDERR_FILENO);
