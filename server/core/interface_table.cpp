@@ -19,6 +19,8 @@ constexpr size_t kDescriptionFields = 9;
 constexpr size_t kIfacesPropSize = 64;  // bytes, NUL included
 constexpr size_t kModePropSize = 8;     // bytes, NUL included
 constexpr size_t kLongestBssid = 12;    // hexadecimal digits, without colons
+// A phone has a handful. Each one that is added costs commands, and the statistics of all anew.
+constexpr size_t kMostInterfaces = 16;
 
 template <size_t N>
 void copyText(char (&field)[N], const std::string& text) {
@@ -168,7 +170,7 @@ bool Parameters::validateInterfaceParams(const InterfaceInfo_t* record) {
         LNKD_LOGE("%s Interface routeTable is not valid: %s", kCaller, record->routeTable);
         return false;
     }
-    if (!isFwmark(record->fwmark)) {
+    if (!parseFwmark(record->fwmark).has_value()) {
         LNKD_LOGE("%s Interface fwmark is not valid: %s", kCaller, record->fwmark);
         return false;
     }
@@ -200,7 +202,7 @@ bool Parameters::delOldInterfacetoMap(InterfaceTable& table, const char* name) {
 }
 
 void Parameters::populatIfaceslist() {
-    m_ifaceList = splitList(m_ifaces);
+    m_ifaceList = splitDistinct(m_ifaces);
     if (m_ifaceList.size() > m_ifaceParams.size()) {
         const auto surplus = m_ifaceList.begin() + static_cast<ptrdiff_t>(m_ifaceParams.size());
         std::string names;
@@ -264,11 +266,17 @@ void Parameters::UpdateInterface(const char* names, bool up) {
     populatIfaceslist();
     for (uint32_t i = 0; i < num_interfaces; ++i) {
         auto record = parseInterfaceParams(m_ifaceParams[i]);
-        if (record != nullptr) {
-            const std::string name = record->name;
-            (*table)[name] = std::move(record);
-            LNKD_LOGI("m_interfaceInfoMap add %s success！", name.c_str());
+        if (record == nullptr) {
+            continue;
         }
+        const std::string name = record->name;
+        if (table->size() >= kMostInterfaces && table->count(name) == 0) {
+            LNKD_LOGE("%s more than %zu interfaces, refused: %s", "UpdateInterface",
+                      kMostInterfaces, name.c_str());
+            continue;
+        }
+        (*table)[name] = std::move(record);
+        LNKD_LOGI("m_interfaceInfoMap add %s success！", name.c_str());
     }
     m_interfaceInfoMap = std::move(table);
 }

@@ -72,6 +72,16 @@ void Parameters::setProbeTarget(const ProbeTarget& target) {
     rttServerPort = target.port;
 }
 
+bool Parameters::replaceProbeTarget(const char* server, const ProbeTarget& target) {
+    const MutexLock lock(m_textMutex);
+    if (rtt_server != server) {
+        return false;
+    }
+    rtt_server = target.server;
+    rttServerPort = target.port;
+    return true;
+}
+
 ProbeTarget Parameters::probeTarget() const {
     const MutexLock lock(m_textMutex);
     return {rtt_server, rttServerPort};

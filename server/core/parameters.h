@@ -122,7 +122,8 @@ class Parameters {
     // for all the commands that they will be part of.
     static bool validateInterfaceParams(const InterfaceInfo_t* record);
 
-    // Adds the interfaces of a comma-separated list (up) or removes the one named (not up).
+    // Adds the interfaces of a comma-separated list (up), as long as the table has less than 16, or
+    // removes the one named (not up).
     void UpdateInterface(const char* names, bool up) EXCLUDES(m_tableMutex);
     // Sets whether cellular interfaces are metered, "0" or "1", those to come included. A text
     // that is not all digits is refused: it becomes part of a description.
@@ -165,6 +166,8 @@ class Parameters {
     ProbeTarget probeTarget() const EXCLUDES(m_textMutex);
     // Replaces it, host and port at once.
     void setProbeTarget(const ProbeTarget& target) EXCLUDES(m_textMutex);
+    // Replaces it, unless its host is another than `server` by now; then false.
+    bool replaceProbeTarget(const char* server, const ProbeTarget& target) EXCLUDES(m_textMutex);
     // Replaces its host only; null changes nothing.
     void setGamingRttServer(const char* server) EXCLUDES(m_textMutex);
 

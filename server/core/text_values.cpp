@@ -39,6 +39,10 @@ bool hasPrefix(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
+bool hasSuffix(std::string_view text, std::string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
 }  // namespace
 
 std::vector<std::string> splitList(std::string_view text) {
@@ -51,6 +55,16 @@ std::vector<std::string> splitList(std::string_view text) {
     return elements;
 }
 
+std::vector<std::string> splitDistinct(std::string_view text) {
+    std::vector<std::string> distinct;
+    for (std::string& element : splitList(text)) {
+        if (std::find(distinct.begin(), distinct.end(), element) == distinct.end()) {
+            distinct.push_back(std::move(element));
+        }
+    }
+    return distinct;
+}
+
 int32_t parseInt(const char* text) {
     const long long value = strtoll(text, nullptr, 10);
     using Limits = std::numeric_limits<int32_t>;
@@ -58,20 +72,21 @@ int32_t parseInt(const char* text) {
 }
 
 std::optional<uint32_t> parseUid(std::string_view text) {
-    return parseUnsigned(text, 10);
+    const bool isOctal = text.size() > 1 && text.front() == '0';
+    return isOctal ? std::nullopt : parseUnsigned(text, 10);
 }
 
 bool isInterfaceName(std::string_view text) {
-    return text.size() < IFNAMSIZ && isPlainName(text);
+    return text.size() < IFNAMSIZ && isPlainName(text) && !hasSuffix(text, "_wrapper") &&
+           !hasPrefix(text, "uid_");
 }
 
 bool isRouteTableName(std::string_view text) {
     return text.size() <= kLongestTableName && isPlainName(text);
 }
 
-bool isFwmark(std::string_view text) {
-    return hasPrefix(text, "0x") ? parseUnsigned(text.substr(2), 16).has_value()
-                                 : parseUnsigned(text, 10).has_value();
+std::optional<uint32_t> parseFwmark(std::string_view text) {
+    return hasPrefix(text, "0x") ? parseUnsigned(text.substr(2), 16) : parseUnsigned(text, 10);
 }
 
 bool isAllDigits(std::string_view text) {

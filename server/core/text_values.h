@@ -18,22 +18,27 @@ namespace lnkd {
 // none, and an empty text is an empty list.
 std::vector<std::string> splitList(std::string_view text);
 
+// The same, each element once, where it stands first.
+std::vector<std::string> splitDistinct(std::string_view text);
+
 // Reads a number as atoi does: leading blanks and sign, then decimal digits, anything after them
 // ignored, 0 when there are none. A value beyond 32 bits becomes the nearest that fits.
 int32_t parseInt(const char* text);
 
-// An application's UID: all digits, 32 bits.
+// An application's UID: digits, 32 bits, and no zero before another digit. The packet filter would
+// read that as octal, and steer another application than the one whose sockets are destroyed.
 std::optional<uint32_t> parseUid(std::string_view text);
 
 // A name that the kernel accepts for an interface and that means nothing to a shell or in a path:
-// letters, digits and _ . : - only, not starting with - or ., at most 15 characters.
+// letters, digits and _ . : - only, not starting with - or ., at most 15 characters. Nor does it
+// end in "_wrapper" or begin with "uid_": chains named for it would be those of another interface.
 bool isInterfaceName(std::string_view text);
 
 // The same for a routing table, which may be longer.
 bool isRouteTableName(std::string_view text);
 
 // A firewall mark: decimal, or hexadecimal after 0x; 32 bits.
-bool isFwmark(std::string_view text);
+std::optional<uint32_t> parseFwmark(std::string_view text);
 
 // Not empty and nothing but decimal digits.
 bool isAllDigits(std::string_view text);

@@ -13,24 +13,17 @@ namespace {
 // user. Gaming UIDs have no such limit.
 constexpr size_t kLongestWhitelistUid = 5;
 
-// The entries of a whitelist text; one that is too long is reported under `caller` and left out.
-std::vector<std::string> whitelistEntries(const std::string& text, const char* caller) {
+// The entries of a whitelist text; one that is too long is reported, by its length, and left out.
+std::vector<std::string> whitelistEntries(const std::string& text, void (*report)(size_t length)) {
     std::vector<std::string> kept;
     for (std::string& entry : splitList(text)) {
         if (entry.size() > kLongestWhitelistUid) {
-            LNKD_LOGE("%s token length error is %lu", caller,
-                      static_cast<unsigned long>(entry.size()));
+            report(entry.size());
         } else {
             kept.push_back(std::move(entry));
         }
     }
     return kept;
-}
-
-void logEntries(const char* label, const std::vector<std::string>& entries) {
-    for (const std::string& entry : entries) {
-        LNKD_LOGI("%s = %s", label, entry.c_str());
-    }
 }
 
 }  // namespace
@@ -58,20 +51,30 @@ void Parameters::setGamingUids(const char* uids) {
 
 void Parameters::populateuidwhitelist() {
     const MutexLock lock(m_textMutex);
-    m_uidWhitelist = whitelistEntries(uid_whitelist, "populateuidwhitelist");
-    logEntries("SLA UID whitelist", m_uidWhitelist);
+    m_uidWhitelist = whitelistEntries(uid_whitelist, [](size_t length) {
+        LNKD_LOGE("populateuidwhitelist token length error is %zu", length);
+    });
+    for (const std::string& uid : m_uidWhitelist) {
+        LNKD_LOGI("SLA UID whitelist = %s", uid.c_str());
+    }
 }
 
 void Parameters::populateDblWlanUidWhitelist() {
     const MutexLock lock(m_textMutex);
-    m_dblWlanUidWhitelist = whitelistEntries(m_dblWlanUids, "populateDblWlanUidWhitelist");
-    logEntries("SLA Double Wlan UID whitelist", m_dblWlanUidWhitelist);
+    m_dblWlanUidWhitelist = whitelistEntries(m_dblWlanUids, [](size_t length) {
+        LNKD_LOGE("populateDblWlanUidWhitelist token length error is %zu", length);
+    });
+    for (const std::string& uid : m_dblWlanUidWhitelist) {
+        LNKD_LOGI("SLA Double Wlan UID whitelist = %s", uid.c_str());
+    }
 }
 
 void Parameters::populateGamingUids() {
     const MutexLock lock(m_textMutex);
     m_gamingUidList = splitList(m_gamingUids);
-    logEntries("SLS GAMING Demo UID", m_gamingUidList);
+    for (const std::string& uid : m_gamingUidList) {
+        LNKD_LOGI("SLS GAMING Demo UID = %s", uid.c_str());
+    }
 }
 
 std::string Parameters::getGamingUids() const {

@@ -8,16 +8,18 @@ namespace lnkd {
 TEST(TextValues, PassTheTrustBoundaryOnlyWhenHarmlessToAShell) {
     for (const char* text : {"wlan0", "_x", "a-b.c:d", "123456789012345"})
         EXPECT_TRUE(isInterfaceName(text)) << text;
-    for (const char* text : {"", "1234567890123456", "-a", ".", "../x", "a b", "a;b", "a\n", "$x"})
+    for (const char* text : {"", "1234567890123456", "-a", ".", "../x", "a b", "a;b", "a\n", "$x",
+                             "wlan1_wrapper", "uid_wlan0"})
         EXPECT_FALSE(isInterfaceName(text)) << text;
     EXPECT_FALSE(isInterfaceName({"wlan0\0x", 7}));
     for (const char* text : {"0x5A", "0x5a", "90", "0xffffffff", "4294967295"})
-        EXPECT_TRUE(isFwmark(text)) << text;
+        EXPECT_TRUE(parseFwmark(text).has_value()) << text;
     for (const char* text : {"", "0x", "5A", "0x100000000", "4294967296", "-1", "0x5A;", "0x-1"})
-        EXPECT_FALSE(isFwmark(text)) << text;
+        EXPECT_FALSE(parseFwmark(text).has_value()) << text;
     for (const char* text : {"0", "10123", "4294967295"})
         EXPECT_TRUE(parseUid(text).has_value()) << text;
-    for (const char* text : {"", "-1", "+1", " 1", "1 ", "4294967296", "1;id", "0x1", "10123\r"})
+    for (const char* text :
+         {"", "-1", "+1", " 1", "1 ", "4294967296", "1;id", "0x1", "10123\r", "010200", "00"})
         EXPECT_FALSE(parseUid(text).has_value()) << text;
 }
 
