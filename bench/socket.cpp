@@ -112,7 +112,7 @@ std::vector<inet_diag_msg> listed() {
     std::vector<inet_diag_msg> found;
     android::net::SockDiag diag;
     check(diag.open(), "socket diagnostics");
-    diag.getLiveTcpInfos([&](const inet_diag_msg* msg, const auto* /*info*/, uint32_t /*length*/) {
+    diag.getLiveTcpInfos([&](const inet_diag_msg* msg, const auto& /*info*/) {
         if (msg->idiag_uid == kUid) {
             found.push_back(*msg);
         }

@@ -13,8 +13,8 @@ struct Client : android::net::SockDiag {
         connectClient(destroySocket, destroyer, data, size);
         connectClient(dumpSocket, kernel, data, size, stale);
         kernel.reset();
-        readDiagMsgWithTcpInfo([&](auto*, auto* info, uint32_t length) {
-            seen.append(reinterpret_cast<const char*>(info), length);
+        readDiagMsgWithTcpInfo([&](auto*, auto& info) {
+            seen.append(reinterpret_cast<const char*>(info.bytes), info.length);
         });
         readDiagMsg(6, [&](auto, auto* msg) {
             seen.append(reinterpret_cast<const char*>(msg), sizeof(*msg));

@@ -89,10 +89,9 @@ int errorOf(const uint8_t* message, size_t length) {
 }
 
 // Finds the tcp_info among the attributes of a socket's message, the last one if there are
-// several; null, and length 0, if there is none.
-const tcp_info_ext* findTcpInfo(const uint8_t* message, size_t length, uint32_t& infoLength) {
-    const uint8_t* info = nullptr;
-    infoLength = 0;
+// several.
+tcp_info_ext findTcpInfo(const uint8_t* message, size_t length) {
+    tcp_info_ext info;
     size_t offset = sizeof(nlmsghdr) + sizeof(inet_diag_msg);
     while (offset + sizeof(rtattr) <= length) {
         rtattr attribute{};
@@ -101,12 +100,12 @@ const tcp_info_ext* findTcpInfo(const uint8_t* message, size_t length, uint32_t&
             break;
         }
         if (attribute.rta_type == INET_DIAG_INFO) {
-            info = message + offset + sizeof(rtattr);
-            infoLength = static_cast<uint32_t>(attribute.rta_len - sizeof(rtattr));
+            info.bytes = message + offset + sizeof(rtattr);
+            info.length = static_cast<uint32_t>(attribute.rta_len - sizeof(rtattr));
         }
         offset += aligned(attribute.rta_len);
     }
-    return reinterpret_cast<const tcp_info_ext*>(info);
+    return info;
 }
 
 bool isLoopback4(uint32_t address) {
@@ -227,9 +226,7 @@ int SockDiag::readDiagMsgWithTcpInfo(const TcpInfoVisitor& visitor) {
         }
         inet_diag_msg msg{};
         memcpy(&msg, message + sizeof(nlmsghdr), sizeof(msg));
-        uint32_t infoLength = 0;
-        const tcp_info_ext* const info = findTcpInfo(message, length, infoLength);
-        visitor(&msg, info, infoLength);
+        visitor(&msg, findTcpInfo(message, length));
     });
 }
 

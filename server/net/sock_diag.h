@@ -13,10 +13,11 @@
 namespace android {
 namespace net {
 
-// The kernel's struct tcp_info as it arrives: its length differs between kernel versions, so a
-// reader checks the length before it reads a field.
+// The kernel's struct tcp_info as it arrived, within a buffer that is not its own: its length
+// differs between kernel versions, so a reader checks that before it reads a field.
 struct tcp_info_ext {
-    uint8_t bytes[1];
+    const uint8_t* bytes = nullptr;  // null when the kernel gave none
+    uint32_t length = 0;
 };
 
 // Client of the kernel's socket diagnostics: destroys every socket of a UID, and lists the live
@@ -31,10 +32,8 @@ class SockDiag {
   public:
     // Whether a socket is to be destroyed.
     using SocketPredicate = std::function<bool(uint8_t protocol, const inet_diag_msg* msg)>;
-    // Sees one socket. `info` is null and `length` 0 when the kernel gave no tcp_info. Both
-    // pointers die with the call.
-    using TcpInfoVisitor = std::function<void(const inet_diag_msg* msg, const tcp_info_ext* info,
-                                              uint32_t length)>;
+    // Sees one socket. What it is shown dies with the call.
+    using TcpInfoVisitor = std::function<void(const inet_diag_msg* msg, const tcp_info_ext& info)>;
 
     SockDiag() = default;
     virtual ~SockDiag() = default;

@@ -70,18 +70,17 @@ InterfaceRtt::InterfaceRtt(const char* name, bool pingEnabled)
 
 void InterfaceRtt::setThreadRunning(bool on) {
     {
-        // Inside the sleep's critical section, or a stop between its look at the flag and its
-        // wait would be lost.
-        const std::lock_guard<std::mutex> lock(m_sleepMutex);
+        const MutexLock lock(m_sleepMutex);
         m_threadRunning.store(on, std::memory_order_relaxed);
     }
     m_sleepCond.notify_all();
 }
 
 void InterfaceRtt::sleepWhileRunning(int64_t ms) {
-    std::unique_lock<std::mutex> lock(m_sleepMutex);
-    m_sleepCond.wait_for(lock, std::chrono::milliseconds(ms),
-                         [this] { return !isThreadRunning(); });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    const MutexLock lock(m_sleepMutex);
+    while (isThreadRunning() && m_sleepCond.waitUntil(m_sleepMutex, end)) {
+    }
 }
 
 void InterfaceRtt::setSpeed(int32_t rtt) {

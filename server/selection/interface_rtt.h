@@ -2,13 +2,12 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "core/thread.h"
 #include "core/thread_annotations.h"
 
 namespace lnkd {
@@ -46,9 +45,9 @@ class InterfaceRtt {
     void setPingEnabled(bool on) { m_pingEnabled.store(on, std::memory_order_relaxed); }
     bool isThreadRunning() const { return m_threadRunning.load(std::memory_order_relaxed); }
     // Clearing this also wakes the thread from its sleep.
-    void setThreadRunning(bool on);
+    void setThreadRunning(bool on) EXCLUDES(m_sleepMutex);
     // Sleeps for a time, or until the thread is to end.
-    void sleepWhileRunning(int64_t ms);
+    void sleepWhileRunning(int64_t ms) EXCLUDES(m_sleepMutex);
 
     char m_ifaceName[kNameSize] = {};
     // What a weak signal costs: added to every time measured on this interface, ms.
@@ -61,7 +60,7 @@ class InterfaceRtt {
     std::vector<int32_t> m_shortpreviousSpeed;  // the last three
     // The thread that probes; not joinable when there is none. Guarded by the selection map's
     // lock.
-    std::thread m_thread;
+    Thread m_thread;
 
   private:
     // Puts a sample among the last ones.
@@ -75,9 +74,11 @@ class InterfaceRtt {
 
     const int32_t m_minPingTimes;  // as at creation
     std::atomic<bool> m_pingEnabled;
+    // Cleared inside the sleep's critical section, or a stop between the thread's look at it and
+    // its wait would be lost.
     std::atomic<bool> m_threadRunning{true};
-    std::mutex m_sleepMutex;
-    std::condition_variable m_sleepCond;
+    Mutex m_sleepMutex;
+    CondVar m_sleepCond;
 };
 
 }  // namespace lnkd

@@ -6,8 +6,6 @@
 #include <string>
 
 #include "core/parameters.h"
-#include "core/thread_annotations.h"
-#include "core/thread_start.h"
 #include "selection/smart_link_selection.h"
 #include "selection/socket_killing.h"
 #include "wificond/net/netlink_utils.h"
@@ -48,7 +46,7 @@ void RssiStateMonitor::finalize() {
 
 RssiStateMonitor::RssiStateMonitor() {
     NetlinkUtils::instance()->Start();
-    m_pollThread = startThread([this] { run(); });
+    m_pollThread = Thread([this] { run(); });
     if (!m_pollThread.joinable()) {
         LNKD_LOGE("no thread for the signal monitor");
     }
@@ -57,23 +55,23 @@ RssiStateMonitor::RssiStateMonitor() {
 RssiStateMonitor::~RssiStateMonitor() {
     m_running = false;  // before the lock: the look that holds it ends with its present query
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         for (const std::string& uid : Parameters::instance()->gamingUidList()) {
             LNKD_LOGI("VOIP UID destroying sockets = %s", uid.c_str());
             killSocketsForUID(uid.c_str());
         }
     }
     m_cond.notify_all();
-    if (m_pollThread.joinable()) {
-        m_pollThread.join();
-    }
+    m_pollThread.join();
 }
 
 void RssiStateMonitor::run() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     while (m_running) {
         poll();
-        m_cond.wait_for(lock, kPollInterval, [this] { return !m_running; });
+        const auto next = std::chrono::steady_clock::now() + kPollInterval;
+        while (m_running && m_cond.waitUntil(m_mutex, next)) {
+        }
     }
 }
 

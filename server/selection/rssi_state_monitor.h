@@ -2,10 +2,10 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
-#include <thread>
+
+#include "core/thread.h"
+#include "core/thread_annotations.h"
 
 namespace lnkd {
 
@@ -40,15 +40,17 @@ class RssiStateMonitor {
     RssiStateMonitor();
     ~RssiStateMonitor();
 
-    void run();
+    void run() EXCLUDES(m_mutex);
     // One look at all interfaces.
-    void poll() const;
+    void poll() const REQUIRES(m_mutex);
 
     // Held for a whole look, so that none falls into the stop.
-    std::mutex m_mutex;
-    std::condition_variable m_cond;
-    std::thread m_pollThread;
+    Mutex m_mutex;
+    CondVar m_cond;
+    // Cleared without the lock, and a look sees it; the sleep sees it because of the lock's
+    // section that follows.
     std::atomic<bool> m_running{true};
+    Thread m_pollThread;  // touched by who builds and ends the monitor
 };
 
 }  // namespace lnkd

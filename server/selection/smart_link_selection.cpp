@@ -9,7 +9,6 @@
 #include "aggregation/sla_stats_impl.h"
 #include "core/parameters.h"
 #include "core/text_values.h"
-#include "core/thread_start.h"
 #include "selection/tcp_probe.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-SlaPing"
@@ -104,7 +103,7 @@ void SmartLinkSelection::threadResume() {
 }
 
 void SmartLinkSelection::threadDestory() {
-    std::vector<std::thread> ending;
+    std::vector<Thread> ending;
     {
         const MutexLock lock(mapMutex);
         for (const auto& [name, record] : m_slsInterfaceMap) {
@@ -112,10 +111,8 @@ void SmartLinkSelection::threadDestory() {
             ending.push_back(std::move(record->m_thread));
         }
     }
-    for (std::thread& thread : ending) {
-        if (thread.joinable()) {
-            thread.join();
-        }
+    for (Thread& thread : ending) {
+        thread.join();
     }
 }
 
@@ -132,7 +129,7 @@ void SmartLinkSelection::startThread(InterfaceRtt& record) {
     if (record.m_thread.joinable()) {
         return;
     }
-    record.m_thread = lnkd::startThread([&record] { makeRawPingFunc(&record); });
+    record.m_thread = Thread([&record] { makeRawPingFunc(&record); });
     if (!record.m_thread.joinable()) {
         LNKD_LOGE("no probe thread for interface %s", record.m_ifaceName);
     }
@@ -141,9 +138,7 @@ void SmartLinkSelection::startThread(InterfaceRtt& record) {
 void SmartLinkSelection::endThread(InterfaceRtt& record) {
     record.setPingEnabled(false);
     record.setThreadRunning(false);
-    if (record.m_thread.joinable()) {
-        record.m_thread.join();
-    }
+    record.m_thread.join();
 }
 
 bool SmartLinkSelection::updateSlsInterfacemap(const char* name, bool add) {

@@ -17,13 +17,21 @@ namespace lnkd {
 namespace {
 
 // Both outcomes are errors to the log: a destroyed socket is an error to the application.
-int destroyAndLog(android::net::SockDiag& diag, uint8_t protocol, const char* label,
-                  uint32_t number, const char* uid) {
-    const int result = diag.destroySockets(protocol, number, false);
+void destroyTcpSockets(android::net::SockDiag& diag, uint32_t number, const char* uid) {
+    const int result = diag.destroySockets(IPPROTO_TCP, number, false);
     if (result < 0) {
-        LNKD_LOGE(" SLA_GAMING Error destroying %s sockets: %s", label, strerror(-result));
+        LNKD_LOGE(" SLA_GAMING Error destroying TCP sockets: %s", strerror(-result));
     } else {
-        LNKD_LOGE(" SLA_GAMING destroying %s sockets: %s", label, uid);
+        LNKD_LOGE(" SLA_GAMING destroying TCP sockets: %s", uid);
+    }
+}
+
+int destroyUdpSockets(android::net::SockDiag& diag, uint32_t number, const char* uid) {
+    const int result = diag.destroySockets(IPPROTO_UDP, number, false);
+    if (result < 0) {
+        LNKD_LOGE(" SLA_GAMING Error destroying UDP sockets: %s", strerror(-result));
+    } else {
+        LNKD_LOGE(" SLA_GAMING destroying UDP sockets: %s", uid);
     }
     return result;
 }
@@ -41,8 +49,8 @@ int killSocketsForUID(const char* uid) {
         LNKD_LOGE(" SLA_GAMING Error opening NETLINK_SOCK_DIAG socket: %s", strerror(errno));
         return -1;
     }
-    destroyAndLog(diag, IPPROTO_TCP, "TCP", *number, uid);
-    return destroyAndLog(diag, IPPROTO_UDP, "UDP", *number, uid);
+    destroyTcpSockets(diag, *number, uid);
+    return destroyUdpSockets(diag, *number, uid);
 }
 
 }  // namespace lnkd

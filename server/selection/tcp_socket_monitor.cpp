@@ -7,8 +7,6 @@
 
 #include "core/parameters.h"
 #include "core/text_values.h"
-#include "core/thread_annotations.h"
-#include "core/thread_start.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-SocketMonitor"
 #include "core/log.h"
@@ -32,16 +30,29 @@ constexpr size_t kOooPackets = 224;
 
 // A field counts only when the block holds it and one byte more: kernels of different age give
 // blocks of different length. 0 otherwise.
-uint32_t tcpInfoField(const tcp_info_ext* info, size_t offset, unsigned length) {
+uint32_t tcpInfoField(const tcp_info_ext& info, size_t offset) {
     uint32_t value = 0;
-    if (offset + sizeof(value) < length) {
-        memcpy(&value, info->bytes + offset, sizeof(value));
+    if (offset + sizeof(value) < info.length) {
+        memcpy(&value, info.bytes + offset, sizeof(value));
     }
     return value;
 }
 
 bool isWebPort(uint16_t port) {
     return port == 80 || port == 443;
+}
+
+// Probes are IPv4 and bound to a link, so an end on this machine or on IPv6 would fail them all
+// and make every link look the same.
+bool canBeProbed(const inet_diag_msg& msg) {
+    return msg.idiag_family == AF_INET && !SockDiag::isLoopbackSocket(&msg);
+}
+
+// The first of the gaming UIDs, if it is that of an application: UID 0's sockets are the system's.
+std::optional<uint32_t> watchedUid() {
+    const std::vector<std::string> uids = Parameters::instance()->gamingUidList();
+    const std::optional<uint32_t> first = uids.empty() ? std::nullopt : parseUid(uids.front());
+    return first == 0U ? std::nullopt : first;
 }
 
 }  // namespace
@@ -60,10 +71,8 @@ void SlaTcpSocketMonitor::finalize() {
     theInstance = nullptr;
 }
 
-SlaTcpSocketMonitor::SlaTcpSocketMonitor()
-    : m_uid(static_cast<uint32_t>(parseInt(Parameters::instance()->getGamingUids().c_str()))) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_pollThread = startThread([this] { run(); });
+SlaTcpSocketMonitor::SlaTcpSocketMonitor() : m_uid(watchedUid()) {
+    m_pollThread = Thread([this] { run(); });
     if (!m_pollThread.joinable()) {
         LNKD_LOGE("no thread for the socket monitor");
     }
@@ -71,14 +80,12 @@ SlaTcpSocketMonitor::SlaTcpSocketMonitor()
 
 SlaTcpSocketMonitor::~SlaTcpSocketMonitor() {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_paused = true;
         m_running = false;
     }
     m_cond.notify_all();
-    if (m_pollThread.joinable()) {
-        m_pollThread.join();
-    }
+    m_pollThread.join();
 }
 
 void SlaTcpSocketMonitor::run() {
@@ -90,29 +97,33 @@ void SlaTcpSocketMonitor::run() {
 }
 
 bool SlaTcpSocketMonitor::isRunning() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_running;
 }
 
 void SlaTcpSocketMonitor::resumePolling() {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_paused = false;
     }
     m_cond.notify_all();
 }
 
 void SlaTcpSocketMonitor::waitForNextPoll() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_paused) {
-        m_cond.wait(lock, [this] { return !m_paused || !m_running; });
-    } else {
-        m_cond.wait_for(lock, m_pollInterval, [this] { return !m_running; });
+        while (m_paused && m_running) {
+            m_cond.wait(m_mutex);
+        }
+        return;
+    }
+    const Clock::time_point next = Clock::now() + m_pollInterval;
+    while (m_running && m_cond.waitUntil(m_mutex, next)) {
     }
 }
 
 void SlaTcpSocketMonitor::poll() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_paused) {
         return;
     }
@@ -122,12 +133,14 @@ void SlaTcpSocketMonitor::poll() {
         return;
     }
     const Clock::time_point now = Clock::now();
-    const int result = diag.getLiveTcpInfos(
-            [&](const inet_diag_msg* msg, const tcp_info_ext* info, uint32_t length) {
-                if (msg != nullptr && info != nullptr && length != 0) {
-                    updateSocketStats(now, msg, info, length);
-                }
-            });
+    // The analysis does not see that m_mutex is held in a function that is called while it is.
+    const auto visitor = [&](const inet_diag_msg* msg, const tcp_info_ext& info)
+                                 NO_THREAD_SAFETY_ANALYSIS {
+                                     if (msg != nullptr && info.length != 0) {
+                                         updateSocketStats(now, msg, info);
+                                     }
+                                 };
+    const int result = diag.getLiveTcpInfos(visitor);
     if (result != 0) {
         LNKD_LOGE("Failed to poll TCP socket info: %s", strerror(-result));
         return;
@@ -139,8 +152,8 @@ void SlaTcpSocketMonitor::poll() {
 }
 
 void SlaTcpSocketMonitor::updateSocketStats(Clock::time_point now, const inet_diag_msg* msg,
-                                            const tcp_info_ext* info, unsigned length) {
-    if (msg->idiag_uid != m_uid) {
+                                            const tcp_info_ext& info) {
+    if (msg->idiag_uid != m_uid || !canBeProbed(*msg)) {
         return;
     }
     SlsSocket seen{};
@@ -149,16 +162,16 @@ void SlaTcpSocketMonitor::updateSocketStats(Clock::time_point now, const inet_di
         return;
     }
     const uint16_t port = ntohs(msg->id.idiag_dport);
-    if (isWebPort(port) || strncmp(seen.server, "::ffff", 6) == 0) {
+    if (isWebPort(port)) {
         return;
     }
-    seen.sentCount = tcpInfoField(info, kSegsOut, length);
-    seen.recvCount = tcpInfoField(info, kSegsIn, length);
+    seen.sentCount = tcpInfoField(info, kSegsOut);
+    seen.recvCount = tcpInfoField(info, kSegsIn);
     seen.port = port;
     seen.uid = msg->idiag_uid;
-    seen.rttUs = tcpInfoField(info, kRtt, length);
-    seen.oooPackets = tcpInfoField(info, kOooPackets, length);
-    seen.lastAckRecvMs = tcpInfoField(info, kLastAckRecv, length);
+    seen.rttUs = tcpInfoField(info, kRtt);
+    seen.oooPackets = tcpInfoField(info, kOooPackets);
+    seen.lastAckRecvMs = tcpInfoField(info, kLastAckRecv);
     seen.lastSeen = now;
     m_sockets[port] = seen;
     LNKD_LOGI("map server is %s , port is %d,total sent_cnt %d", seen.server,
@@ -166,7 +179,7 @@ void SlaTcpSocketMonitor::updateSocketStats(Clock::time_point now, const inet_di
 }
 
 void SlaTcpSocketMonitor::selectServer() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const SlsSocket* best = nullptr;
     for (const auto& [port, socket] : m_sockets) {
         if (best == nullptr || socket.sentCount > best->sentCount) {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <numeric>
 
@@ -213,17 +215,17 @@ class SlaTcpSocketMonitorPeer {
   public:
     explicit SlaTcpSocketMonitorPeer(SlaTcpSocketMonitor* monitor) : m_monitor(monitor) {}
 
-    // Shows it a socket to 203.0.113.`host`, of which `length` bytes of tcp_info are known.
-    void see(uint32_t uid, uint8_t host, uint16_t port, uint32_t sent, unsigned length = 232) {
+    // Shows it a socket to a server, of which `length` bytes of tcp_info are known.
+    void see(uint32_t uid, const char* server, uint16_t port, uint32_t sent,
+             unsigned length = 232) NO_THREAD_SAFETY_ANALYSIS {
         inet_diag_msg msg{};
-        msg.idiag_family = AF_INET;
+        msg.idiag_family = strchr(server, ':') == nullptr ? AF_INET : AF_INET6;
         msg.idiag_uid = uid;
         msg.id.idiag_dport = htons(port);
-        msg.id.idiag_dst[0] = htonl(0xCB007100U + host);
+        inet_pton(msg.idiag_family, server, msg.id.idiag_dst);
         uint8_t info[240] = {};
         memcpy(info + 136, &sent, sizeof(sent));
-        m_monitor->updateSocketStats({}, &msg, reinterpret_cast<android::net::tcp_info_ext*>(info),
-                                     length);
+        m_monitor->updateSocketStats({}, &msg, {info, length});
         m_monitor->selectServer();
     }
 
@@ -233,20 +235,28 @@ class SlaTcpSocketMonitorPeer {
 
 TEST(SocketMonitor, ProbesTheServerThatTheGameTalksToMost) {
     Parameters* const p = Parameters::instance();
-    p->setGamingUids("10123,10456");
-    SlaTcpSocketMonitorPeer monitor(SlaTcpSocketMonitor::instance());
     const auto target = [p] {
         return p->probeTarget().server + ':' + std::to_string(p->probeTarget().port);
     };
-    monitor.see(10123, 1, 443, 900);
-    monitor.see(10123, 2, 80, 900);
-    monitor.see(10456, 3, 5000, 900);
-    EXPECT_EQ(target(), "8.8.8.8:443") << "web ports and other UIDs do not count";
-    monitor.see(10123, 9, 7000, 300, 140);
+    for (const char* uids : {"abc,10123", "0", "", "010123", "4294967296", "10123,10456"}) {
+        p->setGamingUids(uids);
+        p->populateGamingUids();
+        SlaTcpSocketMonitor::finalize();
+        SlaTcpSocketMonitorPeer monitor(SlaTcpSocketMonitor::instance());
+        for (const char* server : {"127.0.0.2", "::1", "2001:db8::7", "::ffff:203.0.113.3"})
+            monitor.see(10123, server, 5001, 900);
+        for (const uint32_t uid : {0U, 10456U, 2147483647U, 4294967295U})
+            monitor.see(uid, "203.0.113.3", 5000, 900);
+        for (const uint16_t webPort : {uint16_t{80}, uint16_t{443}})
+            monitor.see(10123, "203.0.113.1", webPort, 900);
+        EXPECT_EQ(target(), "8.8.8.8:443") << uids;
+    }
+    SlaTcpSocketMonitorPeer monitor(SlaTcpSocketMonitor::instance());
+    monitor.see(10123, "203.0.113.9", 7000, 300, 140);
     EXPECT_EQ(target(), "203.0.113.9:7000");
-    monitor.see(10123, 7, 5000, 1);
+    monitor.see(10123, "203.0.113.7", 5000, 1);
     EXPECT_EQ(target(), "203.0.113.7:5000") << "the block before was too short for its count";
-    monitor.see(10123, 9, 7000, 1);
+    monitor.see(10123, "203.0.113.9", 7000, 1);
     EXPECT_EQ(target(), "203.0.113.7:5000") << "a tie goes to the lowest port";
     SlaTcpSocketMonitor::finalize();
 }

@@ -119,8 +119,9 @@ TEST(SocketDiagnostics, FindsTheLastTcpInfoThatLiesWithinItsMessage) {
         TestDiag diag;
         diag.reply(message(99, "other") + message(20, socketOf(1) + attributes) + kDone);
         std::string found;
-        EXPECT_EQ(diag.readDiagMsgWithTcpInfo([&](auto*, auto* info, uint32_t length) {
-            found = info ? std::string(reinterpret_cast<const char*>(info), length) : "none";
+        EXPECT_EQ(diag.readDiagMsgWithTcpInfo([&](auto*, auto& info) {
+            const auto* const bytes = reinterpret_cast<const char*>(info.bytes);
+            found = bytes ? std::string(bytes, info.length) : "none";
         }),
                   0);
         EXPECT_EQ(found, expected);
