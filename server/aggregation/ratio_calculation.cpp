@@ -150,13 +150,15 @@ void SlaStatsImpl::evalAndSetSLAInterfaceRatio() {
     const bool moved = calcSlaRatios(
             m_slaInterfaceMap, *table, process, static_cast<float>(meteredSum),
             static_cast<float>(unmeteredSum), static_cast<float>(unmeteredMax), ratioLogIsDue());
-    if (moved) {
+    if (moved || (!m_sharesKnown && !m_slaInterfaceMap.empty())) {
         rules->set_SLA_ratio_iptables(m_slaInterfaceMap, *table);
+        m_sharesKnown = true;
     }
 }
 
 void SlaStatsImpl::forgetShares() {
     const MutexLock lock(statsMutex);
+    m_sharesKnown = false;
     for (const auto& [name, link] : m_slaInterfaceMap) {
         link->interfaceRatio = 0;
     }

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/time.h>
 
+#include "core/link_stats.h"
 #include "core/parameters.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-SlaStatsData"
@@ -26,6 +27,10 @@ uint64_t wallClockMs() {
 }
 
 }  // namespace
+
+void SlaStatsDataDeleter::operator()(SlaStatsData* reader) const {
+    delete reader;
+}
 
 SlaStatsData::SlaStatsData(void* statsMapping, bool wlan) : statsBase(statsMapping), isWlan(wlan) {}
 

@@ -127,7 +127,7 @@ bool SlaStatsImpl::initMmap() {
         const std::string name = link->interfaceName;
         const bool isWlan = !record->metered && !isCellularName(name);
         if (void* const mapping = waitForStatsMmap(name)) {
-            link->statsData = std::make_shared<SlaStatsData>(mapping, isWlan);
+            link->statsData.reset(new SlaStatsData(mapping, isWlan));
             ++mapped;
         }
         m_slaInterfaceMap[name] = std::move(link);

@@ -56,12 +56,14 @@ class SlaStatsImpl {
     // than min_ratio_change percent of new connections would move.
     void evalAndSetSLAInterfaceRatio() EXCLUDES(configMutex, statsMutex);
 
-    // Makes the next pass build the ratio rules again. A pass that comes between an interface's
-    // statistics and its chains has its rules refused, and would not know.
+    // Makes the next pass build the ratio rules, however small its move: the shares that the packet
+    // filter has are not known. The chain was emptied when an interface went, and a pass that comes
+    // between a new one's statistics and its chains has its rules refused.
     void forgetShares() EXCLUDES(statsMutex);
 
     // Has the module follow the calls of the application `uid`, or stop doing so. `uid` must be a
-    // UID. Returns the result of the second of its two commands, 0 or -1.
+    // UID: a start with another text is refused, -1, and a stop is for UID 0 then. Returns the
+    // result of the second of its two commands, 0 or -1.
     int32_t enableSlaVoipState(bool enable, const char* uid);
 
     // Reads the remote end of the call: two decimal numbers, the IPv4 address and the port, each
@@ -113,6 +115,7 @@ class SlaStatsImpl {
     bool ratioLogIsDue() REQUIRES(statsMutex);
 
     LinkStatsMap m_slaInterfaceMap GUARDED_BY(statsMutex);
+    bool m_sharesKnown GUARDED_BY(statsMutex) = true;     // those that the packet filter has
     int64_t lastRatioLogTime GUARDED_BY(statsMutex) = 0;  // s since the Unix epoch
 };
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "aggregation/sla_stats_impl.h"
+#include "core/text_values.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-SlaStatsImpl"
 #include "core/log.h"
@@ -30,7 +31,12 @@ void copyDigits(char* out, size_t size, const char* text, size_t length) {
 }  // namespace
 
 int32_t SlaStatsImpl::enableSlaVoipState(bool enable, const char* uid) {
-    const std::string announce = std::string("voip_uid=") + uid;
+    const bool isUid = parseUid(uid).has_value();
+    if (enable && !isUid) {
+        LNKD_LOGE("%s not a UID: %s", "enableSlaVoipState", uid);
+        return -1;
+    }
+    const std::string announce = std::string("voip_uid=") + (isUid ? uid : "0");
     // The module must know the UID before it tracks, and stop before it is told another.
     if (enable) {
         writeStatsConfFile(announce.c_str());

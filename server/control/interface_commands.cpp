@@ -65,7 +65,7 @@ int updateInterfaces(const char* list) {
     if (list == nullptr) {
         return 0;
     }
-    const std::vector<std::string> current = splitList(list);
+    const std::vector<std::string> current = splitDistinct(list);
     for (const std::string& name : previousInterfaces) {
         if (!contains(current, name)) {
             LNKD_LOGI("remove Interfaces is %s", name.c_str());
@@ -91,6 +91,9 @@ int addInterfaces(const char* name) {
         return -1;
     }
     parameters->UpdateInterface(name, true);
+    if (parameters->findInterface(name) == nullptr) {
+        return 0;  // refused: not worth starting the statistics of all others anew
+    }
     SlaStatsImpl::instance()->updateSlaInterfacemap(name, true);
     IptablesManager::instance()->updateInterfaceIptables(name, true);
     SlaStatsImpl::instance()->forgetShares();
@@ -108,6 +111,7 @@ int removeInterfaces(const char* name) {
     IptablesManager::instance()->updateInterfaceIptables(name, false);
     parameters->UpdateInterface(name, false);
     SlaStatsImpl::instance()->updateSlaInterfacemap(name, false);
+    SlaStatsImpl::instance()->forgetShares();
     if (SmartLinkSelection::isInstance()) {
         SmartLinkSelection::instance()->updateSlsInterfacemap(name, false);
     }

@@ -17,8 +17,9 @@ Parameters* commandParameters();
 // removed first, then what is new is added; a repeated list changes nothing.
 int updateInterfaces(const char* list);
 
-// Take one interface into, or out of, the table, the statistics and the rules. The order differs:
-// rules can only be removed while the record that they were made from is still there.
+// Take one interface into, or out of, the table, the statistics and the rules; nothing for a name
+// that the table refuses. The order differs: rules can only be removed while the record that they
+// were made from is still there.
 int addInterfaces(const char* name);
 int removeInterfaces(const char* name);
 

@@ -11,6 +11,11 @@ namespace lnkd {
 
 class SlaStatsData;
 
+// Defined with the reader, whose type is complete there only.
+struct SlaStatsDataDeleter {
+    void operator()(SlaStatsData* reader) const;
+};
+
 // The last rate estimates of a link, in kbit/s.
 struct linkHistory_t {
     std::deque<uint32_t> rates;  // oldest at the front
@@ -21,9 +26,8 @@ struct linkHistory_t {
 // and the rules read it.
 struct linkStatsWrapper_t {
     char interfaceName[128] = {};
-    // Reader of the kernel's statistics; null when their file could not be mapped. Shared only
-    // because a shared pointer needs no complete type here: the wrapper is its one owner.
-    std::shared_ptr<SlaStatsData> statsData;
+    // Reader of the kernel's statistics; null when their file could not be mapped.
+    std::unique_ptr<SlaStatsData, SlaStatsDataDeleter> statsData;
     linkHistory_t history;
     uint32_t linkRate = 0;     // kbit/s, 1 kbit = 1024 bits
     uint32_t sampleCount = 0;  // records that the last estimate used
