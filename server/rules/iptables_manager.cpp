@@ -116,21 +116,17 @@ int32_t IptablesManager::updateInterfaceIptables(const char* name, bool add) {
     return 0;
 }
 
-int32_t IptablesManager::onAllInterfaces(InterfaceOperation operation, const char* caller,
-                                         const char* each, const char* all) {
+int IptablesManager::failuresOnAllInterfaces(const InterfaceOperation& operation,
+                                             void (*report)(const char* name)) {
     int failures = 0;
     const InterfaceSnapshot table = Parameters::instance()->interfaces();
     for (const auto& [name, record] : *table) {
-        if ((this->*operation)(record.get()) != 0) {
-            LNKD_LOGE("%s %s %s failed", caller, each, name.c_str());
+        if (operation(record.get()) != 0) {
+            report(name.c_str());
             ++failures;
         }
     }
-    if (failures != 0) {
-        LNKD_LOGE("%s %s ", caller, all);
-        return -1;
-    }
-    return 0;
+    return failures;
 }
 
 bool hasWrapperChain(const InterfaceInfo_t& record) {

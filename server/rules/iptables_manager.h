@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -49,8 +50,9 @@ class IptablesManager {
     // chain, empty, when only some applications may use it. Adding one twice leaves its
     // masquerading twice.
     int32_t create_DVX_FWMARK_chain_for_iface(const InterfaceInfo_t* record);
-    // Removes them, and with them all ratio rules, which the next pass makes again. Without a
-    // wrapper chain, or behind a removed nat chain, some of its commands are refused.
+    // Removes them, and with them all ratio rules, which the next pass makes again. The policy
+    // rules of other interfaces with its mark stay. Without a wrapper chain, or behind a removed
+    // nat chain, some of its commands are refused.
     int32_t remove_DVX_FWMARK_chain_for_iface(const InterfaceInfo_t* record) EXCLUDES(chainMutex);
     // Removes those of all interfaces of the table.
     int32_t cleanup_DVX_iptables_FWMARK_chains();
@@ -100,12 +102,22 @@ class IptablesManager {
     IptablesManager();
     ~IptablesManager();
 
-    using InterfaceOperation = int32_t (IptablesManager::*)(const InterfaceInfo_t*);
+    using InterfaceOperation = std::function<int32_t(const InterfaceInfo_t*)>;
 
-    // Runs an operation on every interface of the table, also after one has failed. `each` says
-    // what failed for one, before its name, and `all` that one did, both after `caller`.
-    int32_t onAllInterfaces(InterfaceOperation operation, const char* caller, const char* each,
-                            const char* all);
+    // Runs an operation on every interface of the table, also after one has failed. Has each
+    // failure reported, and returns their number.
+    static int failuresOnAllInterfaces(const InterfaceOperation& operation,
+                                       void (*report)(const char* name));
+
+    // Removes what an interface has of its own; the policy rules of others with its mark come back
+    // when they `stay`.
+    static int32_t removeFwmarkChain(const InterfaceInfo_t& record, bool othersStay)
+            EXCLUDES(chainMutex);
+    // The kernel deletes the first policy rule with a mark, whichever interface's it is: so those
+    // of all interfaces of the table that share it go, and those that stay are added again, in
+    // name order. Returns the sum of the commands' results.
+    static uint32_t removePolicyRule(const InterfaceInfo_t& record, bool othersStay);
+    static uint32_t addPolicyRule(const InterfaceInfo_t& record);
 
     // One rule of zelk_SLA: a new web connection goes to the link's chain with its share of what
     // `assigned` left. Returns the command's result.

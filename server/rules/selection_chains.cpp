@@ -84,15 +84,37 @@ int32_t IptablesManager::remove_SLS_iptables_UID_for_interface(const InterfaceIn
 }
 
 int32_t IptablesManager::setup_SLS_iptables_UID_chains() {
-    return onAllInterfaces(&IptablesManager::create_SLS_iptables_UID_for_interface,
-                           "setup_SLS_iptables_UID_chains", "Creating UID chain for interface",
-                           "Failure when creating SLS UID tables for all interfaces");
+    const int failures = failuresOnAllInterfaces(
+            [this](const InterfaceInfo_t* record) {
+                return create_SLS_iptables_UID_for_interface(record);
+            },
+            [](const char* name) {
+                LNKD_LOGE("%s Creating UID chain for interface %s failed",
+                          "setup_SLS_iptables_UID_chains", name);
+            });
+    if (failures != 0) {
+        LNKD_LOGE("%s Failure when creating SLS UID tables for all interfaces ",
+                  "setup_SLS_iptables_UID_chains");
+        return -1;
+    }
+    return 0;
 }
 
 int32_t IptablesManager::cleanup_SLS_iptables_UID_chains() {
-    return onAllInterfaces(&IptablesManager::remove_SLS_iptables_UID_for_interface,
-                           "cleanup_SLS_iptables_UID_chains", "Remove UID chain for interface",
-                           "Failure when removing SLS UID tables for all interfaces");
+    const int failures = failuresOnAllInterfaces(
+            [this](const InterfaceInfo_t* record) {
+                return remove_SLS_iptables_UID_for_interface(record);
+            },
+            [](const char* name) {
+                LNKD_LOGE("%s Remove UID chain for interface %s failed",
+                          "cleanup_SLS_iptables_UID_chains", name);
+            });
+    if (failures != 0) {
+        LNKD_LOGE("%s Failure when removing SLS UID tables for all interfaces ",
+                  "cleanup_SLS_iptables_UID_chains");
+        return -1;
+    }
+    return 0;
 }
 
 int32_t IptablesManager::set_SLS_interface(const char* name) {
