@@ -13,10 +13,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <thread>
 
 #include "aggregation/sla_stats_data.h"
 #include "core/parameters.h"
+#include "core/stop_request.h"
 #include "core/text_values.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-SlaStatsImpl"
@@ -146,7 +146,9 @@ void* SlaStatsImpl::waitForStatsMmap(const std::string& name) {
         if (void* const mapping = getStatsMmap(name)) {
             return mapping;
         }
-        std::this_thread::sleep_for(kMapRetryDelay);
+        if (sleepUnlessStopped(kMapRetryDelay)) {
+            break;
+        }
     }
     return nullptr;
 }

@@ -106,7 +106,8 @@ class SlaStatsImpl {
     // Maps the statistics file of an interface, read-only; null when that fails. The caller owns
     // the mapping.
     static void* getStatsMmap(const std::string& name);
-    // The same, tried three times: the module makes the file when it hears of the interface.
+    // The same, tried three times: the module makes the file when it hears of the interface. Once
+    // the daemon is to end, one attempt is all.
     static void* waitForStatsMmap(const std::string& name);
 
     // Sets link.linkRate to what the link does, or was last good for, in kbit/s.

@@ -9,6 +9,7 @@
 
 #include "aggregation/sla_stats_impl.h"
 #include "core/parameters.h"
+#include "core/stop_request.h"
 #include "core/text_values.h"
 #include "rules/iptables_manager.h"
 #include "selection/smart_link_selection.h"
@@ -67,13 +68,13 @@ int updateInterfaces(const char* list) {
     }
     const std::vector<std::string> current = splitDistinct(list);
     for (const std::string& name : previousInterfaces) {
-        if (!contains(current, name)) {
+        if (!contains(current, name) && !stopRequested()) {
             LNKD_LOGI("remove Interfaces is %s", name.c_str());
             removeInterfaces(name.c_str());
         }
     }
     for (const std::string& name : current) {
-        if (!contains(previousInterfaces, name)) {
+        if (!contains(previousInterfaces, name) && !stopRequested()) {
             LNKD_LOGI("add Interfaces is %s", name.c_str());
             addInterfaces(name.c_str());
         }
@@ -109,6 +110,9 @@ int removeInterfaces(const char* name) {
         return -1;
     }
     IptablesManager::instance()->updateInterfaceIptables(name, false);
+    if (stopRequested()) {
+        return 0;  // maybe not all of its rules are gone: the teardown needs its record
+    }
     parameters->UpdateInterface(name, false);
     SlaStatsImpl::instance()->updateSlaInterfacemap(name, false);
     SlaStatsImpl::instance()->forgetShares();

@@ -14,7 +14,8 @@ void setCommandParameters(Parameters* parameters);
 Parameters* commandParameters();
 
 // `list` names all interfaces that are up now, comma-separated. What is no longer named is
-// removed first, then what is new is added; a repeated list changes nothing.
+// removed first, then what is new is added; a repeated list changes nothing. A stop that is asked
+// for meanwhile is seen between two names.
 int updateInterfaces(const char* list);
 
 // Take one interface into, or out of, the table, the statistics and the rules; nothing for a name

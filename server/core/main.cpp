@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // Puts the daemon together: start-up, main loop, teardown. The one file of core that knows the
 // subsystems above it.
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
-#include <ctime>
 
 #include "aggregation/sla_stats_impl.h"
 #include "control/socket_server.h"
 #include "core/parameters.h"
+#include "core/single_instance.h"
+#include "core/stop_request.h"
 #include "rules/iptables_manager.h"
 #include "selection/rssi_state_monitor.h"
 #include "selection/smart_link_selection.h"
@@ -23,37 +27,34 @@ namespace lnkd {
 
 namespace {
 
+using std::chrono::milliseconds;
+
 constexpr int32_t kStopRequested = 2;  // vendor.sla.enabled
-constexpr time_t kIdleSleepSeconds = 600;
+constexpr std::chrono::seconds kIdleSleep(600);
 
-// SIGTERM and SIGINT are never delivered: they wait, blocked, until the main thread asks for
-// them. So no call is interrupted half-way and the teardown runs where it can, once.
-sigset_t stopSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    return signals;
+// Opens what is closed of the descriptors 0 to 2: a file that got such a number would be written
+// to by whoever logs an error.
+void openStandardDescriptors() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) {
+        close(fd);
+    }
 }
 
-// Blocks what every thread and shell started later is to have blocked or ignored.
 void prepareSignals() {
-    const sigset_t signals = stopSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    blockStopSignals();
     signal(SIGPIPE, SIG_IGN);
-}
-
-// Sleeps, in milliseconds; true when a stop signal came before or meanwhile.
-bool sleepUnlessStopped(int64_t ms) {
-    const sigset_t signals = stopSignals();
-    const timespec time{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000};
-    return sigtimedwait(&signals, nullptr, &time) > 0;
+    signal(SIGCHLD, SIG_DFL);  // ignored, as some parents leave it, nobody could wait for a child
 }
 
 void startUp() {
     LNKD_LOGI("Lnkd (SLA+SLS) 3.0.4.5 starting daemon");
     Parameters* const parameters = Parameters::instance();
     IptablesManager::instance();
+    SmartLinkSelection::Init();  // before the first message, which may be a game's
     createSocketThreads(parameters);
     SlaStatsImpl::instance()->enableSLA(true);
     SmartLinkSelection::instance();
@@ -67,10 +68,11 @@ bool runMainLoop() {
         SmartLinkSelection::instance()->slsChooseInterface();
         // A period below 1 ms, also one that was written as a negative number, would spin.
         const auto period = static_cast<int32_t>(parameters->get(kMiniEstInterval));
-        if (sleepUnlessStopped(std::max<int32_t>(period, 1))) {
+        if (waitForStopSignal(milliseconds(std::max<int32_t>(period, 1)))) {
             return true;
         }
         if (parameters->getSLAVendorProp() == kStopRequested) {
+            requestStop();
             return false;
         }
     }
@@ -78,6 +80,7 @@ bool runMainLoop() {
 
 void tearDown() {
     LNKD_LOGE("Dvx disabled, starting cleanup...\n");
+    SmartLinkSelection::endProbes();  // a handler in hand may wait for one
     stopHandlingMessages();
     SlaTcpSocketMonitor::finalize();
     RssiStateMonitor::finalize();  // writes to the engine's records
@@ -97,13 +100,20 @@ void tearDown() {
 }  // namespace lnkd
 
 int main() {
+    lnkd::openStandardDescriptors();
     lnkd::prepareSignals();
+    android::base::unique_fd lock;
+    if (lnkd::takeInstanceLock(lock) == lnkd::InstanceLock::kHeld) {
+        LNKD_LOGE("another lnkd runs here, this one ends");
+        return 1;
+    }
     lnkd::startUp();
     bool stopped = lnkd::runMainLoop();
     lnkd::tearDown();
+    lock.reset();
     // Disabled by the property the process stays, or init would start it again at once.
     while (!stopped) {
-        stopped = lnkd::sleepUnlessStopped(lnkd::kIdleSleepSeconds * 1000);
+        stopped = lnkd::waitForStopSignal(lnkd::kIdleSleep);
     }
     // The control thread may still run: no static object may be destroyed under it.
     _exit(0);

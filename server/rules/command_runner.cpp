@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "rules/command_runner.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
+
+#include "core/stop_request.h"
+#include "rules/shell_command.h"
 
 #define LNKD_LOG_TAG "DVX-Lnkd-iptablesManager"
 #include "core/log.h"
@@ -13,25 +17,37 @@ namespace {
 
 constexpr int kLineSize = 1024;  // bytes, NUL included; a longer line is logged in pieces
 
+std::atomic<bool> takingDown{false};
+
 }  // namespace
 
 int32_t execnetd(const char* command) {
+    if (stopRequested() && !takingDown) {
+        return -1;
+    }
     char line[kLineSize] = {};
     char output[kLineSize] = {};
     snprintf(line, sizeof(line), "%s 2>&1", command);
     // The system shell is the point: wrappers are what the phone lets us call, and callers pass
     // only checked words.
-    FILE* const pipe = popen(line, "re");  // NOLINT(cert-env33-c)
-    if (pipe == nullptr) {
+    ShellCommand shell(line);
+    if (!shell.started()) {
         LNKD_LOGE("SEND SLA NDC COMMAND - FAIL  %s \n", command);
         return -1;
     }
     LNKD_LOGI("SEND SLA NDC COMMAND - PASS  %s\n", command);
-    while (fgets(output, sizeof(output), pipe) != nullptr) {
+    while (shell.readLine(output, sizeof(output))) {
         LNKD_LOGI(" SLA EXECNETD RESP %s", output);
     }
-    pclose(pipe);
+    if (!shell.finish()) {
+        LNKD_LOGE("command did not end in time, killed: %s", command);
+        return -1;
+    }
     return 0;
+}
+
+void runTeardownCommands() {
+    takingDown = true;
 }
 
 uint32_t runCommand(const char* format, ...) {

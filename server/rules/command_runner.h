@@ -13,11 +13,16 @@ constexpr int kCommandSize = 512;
 //
 // `command` is a whole command line without redirection. It must hold only words that the caller
 // has validated: the shell splits and interprets it. Blocks until the command has ended and its
-// output is read.
+// output is read, for 10 s at most, and for 1 s once a stop was asked for; then it is killed, with
+// all that it started, and an error line names it.
 //
 // Returns 0 when the command ran, whatever its exit status, and -1 when no shell could be started
-// (no memory, no process slot). Thread-safe.
+// (no memory, no process slot), or when it was killed. Once a stop was asked for, commands are not
+// run any more, and the result is -1: what they would build is taken down at once. Thread-safe.
 int32_t execnetd(const char* command);
+
+// From here on commands are run again although a stop was asked for: they are the teardown's.
+void runTeardownCommands();
 
 // Formats a command line, printf-style, and runs it with execnetd(). One that does not fit
 // kCommandSize is not run: an error line, -1. The result is unsigned because callers add up the

@@ -74,6 +74,7 @@ IptablesManager* IptablesManager::instance() {
 void IptablesManager::clean_DVX_iptables() {
     if (theInstance.load(std::memory_order_acquire) != nullptr) {
         tornDown.store(true, std::memory_order_release);
+        runTeardownCommands();
         delete theInstance.exchange(nullptr, std::memory_order_acq_rel);
     }
 }

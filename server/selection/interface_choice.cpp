@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "core/parameters.h"
+#include "core/stop_request.h"
 #include "rules/iptables_manager.h"
 #include "selection/smart_link_selection.h"
 #include "selection/socket_killing.h"
@@ -37,7 +38,11 @@ void SmartLinkSelection::slsChooseInterface() {
 
 int SmartLinkSelection::calcInterface() {
     static constexpr char kCaller[] = "calcInterface";
-    const MutexLock lock(pingMutex);
+    // A probe of a slow target may hold it for seconds.
+    if (!pingMutex.lockUnless(stopRequested)) {
+        return 0;
+    }
+    const MutexLock lock(pingMutex, std::adopt_lock);
     InterfaceRtt* const previous = m_currentInterface;
     InterfaceRtt* const best = getFastestInterface();
     if (best == nullptr) {

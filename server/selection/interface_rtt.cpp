@@ -74,6 +74,11 @@ void InterfaceRtt::setThreadRunning(bool on) {
         m_threadRunning.store(on, std::memory_order_relaxed);
     }
     m_sleepCond.notify_all();
+    if (on) {
+        m_liveSocket.allow();
+    } else {
+        m_liveSocket.end();
+    }
 }
 
 void InterfaceRtt::sleepWhileRunning(int64_t ms) {

@@ -9,6 +9,7 @@
 
 #include "core/thread.h"
 #include "core/thread_annotations.h"
+#include "selection/live_socket.h"
 
 namespace lnkd {
 
@@ -44,7 +45,7 @@ class InterfaceRtt {
     bool isPingEnabled() const { return m_pingEnabled.load(std::memory_order_relaxed); }
     void setPingEnabled(bool on) { m_pingEnabled.store(on, std::memory_order_relaxed); }
     bool isThreadRunning() const { return m_threadRunning.load(std::memory_order_relaxed); }
-    // Clearing this also wakes the thread from its sleep.
+    // Clearing this also ends the thread's probe and wakes it from its sleep.
     void setThreadRunning(bool on) EXCLUDES(m_sleepMutex);
     // Sleeps for a time, or until the thread is to end.
     void sleepWhileRunning(int64_t ms) EXCLUDES(m_sleepMutex);
@@ -58,6 +59,7 @@ class InterfaceRtt {
     uint32_t m_pingMissCount = 0;
     std::vector<int32_t> m_longpreviousSpeed;   // the last ten samples, oldest first
     std::vector<int32_t> m_shortpreviousSpeed;  // the last three
+    LiveSocket m_liveSocket;                    // of the thread's probe
     // The thread that probes; not joinable when there is none. Guarded by the selection map's
     // lock.
     Thread m_thread;

@@ -25,7 +25,8 @@ Mutex instanceMutex;
 RssiStateMonitor* theInstance GUARDED_BY(instanceMutex) = nullptr;
 
 bool isAssociatedWifi(const InterfaceInfo_t& record) {
-    return strncmp(record.name, "wlan", 4) == 0 && strncmp(record.bssid, "ffffffffffff", 12) != 0;
+    return strncmp(record.name, "wlan", 4) == 0 && record.bssid[0] != '\0' &&
+           strncmp(record.bssid, "ffffffffffff", 12) != 0;
 }
 
 }  // namespace
@@ -54,6 +55,7 @@ RssiStateMonitor::RssiStateMonitor() {
 
 RssiStateMonitor::~RssiStateMonitor() {
     m_running = false;  // before the lock: the look that holds it ends with its present query
+    NetlinkUtils::instance()->Cancel();
     {
         const MutexLock lock(m_mutex);
         for (const std::string& uid : Parameters::instance()->gamingUidList()) {
@@ -95,6 +97,9 @@ void RssiStateMonitor::poll() const {
             continue;
         }
         const int32_t rssi = NetlinkUtils::instance()->GetStationInfo(record->bssid, name.c_str());
+        if (!m_running) {
+            return;  // it was ended, and says nothing
+        }
         if (rssi > 0) {
             LNKD_LOGE("%s interface = %s currentrssi > 0", "poll", name.c_str());
             continue;

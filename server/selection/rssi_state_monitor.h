@@ -26,8 +26,8 @@ class RssiStateMonitor {
   public:
     // Returns the monitor; the first call builds it, and it starts at once.
     static RssiStateMonitor* instance();
-    // Ends it, if there is one: destroys the sockets of the gaming UIDs, and joins its thread
-    // within one query.
+    // Ends it, if there is one: destroys the sockets of the gaming UIDs, and joins its thread,
+    // whose query in hand it ends.
     static void finalize();
 
     RssiStateMonitor(const RssiStateMonitor&) = delete;

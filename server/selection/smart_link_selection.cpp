@@ -8,6 +8,7 @@
 
 #include "aggregation/sla_stats_impl.h"
 #include "core/parameters.h"
+#include "core/stop_request.h"
 #include "core/text_values.h"
 #include "selection/tcp_probe.h"
 
@@ -16,14 +17,16 @@
 
 namespace lnkd {
 
-Mutex SmartLinkSelection::pingMutex;
+FairMutex SmartLinkSelection::pingMutex;
 Mutex SmartLinkSelection::mapMutex;
 
 namespace {
 
+enum class Stage { kNotOpen, kOpen, kFinalized };
+
 Mutex instanceMutex;
 std::atomic<SmartLinkSelection*> theInstance{nullptr};
-bool finalized GUARDED_BY(instanceMutex) = false;
+Stage stage GUARDED_BY(instanceMutex) = Stage::kNotOpen;
 
 // A cut name would be another interface.
 bool fitsRecord(const char* name) {
@@ -36,13 +39,22 @@ bool fitsRecord(const char* name) {
 
 }  // namespace
 
+int SmartLinkSelection::Init() {
+    const MutexLock lock(instanceMutex);
+    if (stage != Stage::kNotOpen) {
+        return -1;
+    }
+    stage = Stage::kOpen;
+    return 0;
+}
+
 bool SmartLinkSelection::isInstance() {
     return theInstance.load(std::memory_order_acquire) != nullptr;
 }
 
 SmartLinkSelection* SmartLinkSelection::instance() {
     const MutexLock lock(instanceMutex);
-    if (!isInstance() && !finalized) {
+    if (!isInstance() && stage == Stage::kOpen) {
         auto* const built = new SmartLinkSelection;
         built->initPingThreads();
         theInstance.store(built, std::memory_order_release);
@@ -52,12 +64,21 @@ SmartLinkSelection* SmartLinkSelection::instance() {
 
 void SmartLinkSelection::finalize() {
     const MutexLock lock(instanceMutex);
-    finalized = true;
+    stage = Stage::kFinalized;
     SmartLinkSelection* const engine = theInstance.exchange(nullptr, std::memory_order_acq_rel);
     if (engine != nullptr) {
         engine->threadStop();
         engine->threadDestory();
         delete engine;
+    }
+}
+
+void SmartLinkSelection::endProbes() {
+    const MutexLock lock(mapMutex);
+    if (SmartLinkSelection* const engine = theInstance.load(std::memory_order_acquire)) {
+        for (const auto& [name, record] : engine->m_slsInterfaceMap) {
+            record->m_liveSocket.end();
+        }
     }
 }
 
@@ -207,7 +228,7 @@ void SmartLinkSelection::setRssiPenalty(const std::string& name, int32_t penalty
 void SmartLinkSelection::setVoipIpAddressAndPort() {
     Parameters* const parameters = Parameters::instance();
     if (!parameters->isVoipRunning() || parameters->probeTarget().server != kDefaultRttServer) {
-        return;
+        return;  // before the module's file is read
     }
     char address[kVoipAddressSize] = {};
     char port[kVoipPortSize] = {};
@@ -222,7 +243,7 @@ void SmartLinkSelection::setVoipIpAddressAndPort() {
     char server[sizeof("255.255.255.255")];
     snprintf(server, sizeof(server), "%u.%u.%u.%u", a & 0xFFU, a >> 8 & 0xFFU, a >> 16 & 0xFFU,
              a >> 24);
-    parameters->setProbeTarget({server, (p & 0xFFU) << 8 | p >> 8});
+    parameters->replaceProbeTarget(kDefaultRttServer, {server, (p & 0xFFU) << 8 | p >> 8});
 }
 
 void* makeRawPingFunc(void* arg) {
@@ -232,18 +253,22 @@ void* makeRawPingFunc(void* arg) {
     Tcping tcping;
     sls_tcping_info info{};
     info.ifaceName = record->m_ifaceName;
+    info.liveSocket = &record->m_liveSocket;
     for (;;) {
         {
             const MutexLock lock(SmartLinkSelection::pingMutex);
             if (!record->isThreadRunning()) {
                 return arg;
             }
-            if (record->isPingEnabled()) {
+            if (record->isPingEnabled() && !stopRequested()) {
                 const ProbeTarget target = parameters->probeTarget();
                 info.serverIp = target.server.c_str();
                 info.port = static_cast<int32_t>(target.port);
                 const int32_t penalty = record->m_rssiPenaltyMs.load(std::memory_order_relaxed);
-                record->setSpeed(tcping.updateTcpingRtt(&info, penalty));
+                const int rtt = tcping.updateTcpingRtt(&info, penalty);
+                if (record->isThreadRunning()) {  // or the probe was ended: it says nothing
+                    record->setSpeed(rtt);
+                }
             }
         }
         record->sleepWhileRunning(periodMs);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "core/fair_mutex.h"
 #include "core/thread_annotations.h"
 #include "selection/interface_rtt.h"
 
@@ -29,14 +30,21 @@ namespace lnkd {
 // the control thread, as do interfaces that come and go.
 class SmartLinkSelection {
   public:
+    // Opens link selection: before it, and after finalize(), there is no object and none is built.
+    // Called once, by the start-up, before a control message can ask for the object. 0, or -1 when
+    // it was open or has been finalized.
+    static int Init();
     // Whether the object exists. Takes no lock, builds nothing.
     static bool isInstance();
     // Returns the object, built at the first call with a record, not probing, for each interface
-    // of the table. Null after finalize().
+    // of the table. Null unless link selection is open.
     static SmartLinkSelection* instance();
-    // Ends all threads and releases the object, if there is one. No other thread may use it any
-    // more.
+    // Ends all threads and releases the object, if there is one, for good. No other thread may use
+    // it any more.
     static void finalize();
+    // Ends the probes in hand, so that whoever holds the ping lock for one gives it back at once.
+    // For the teardown: once a stop was asked for, no probe begins.
+    static void endProbes() EXCLUDES(mapMutex);
 
     SmartLinkSelection(const SmartLinkSelection&) = delete;
     SmartLinkSelection& operator=(const SmartLinkSelection&) = delete;
@@ -70,8 +78,9 @@ class SmartLinkSelection {
 
     // Held by each probe for its whole length and by the choice, the rules and destroyed sockets
     // included: probes never overlap, and a choice never sees a record in the middle of an
-    // update.
-    static Mutex pingMutex;
+    // update. Handed on in order of arrival, so that probes without a pause cannot keep the choice
+    // out.
+    static FairMutex pingMutex;
     // Guards the structure of m_slsInterfaceMap, and the thread handles. Below pingMutex; never
     // held across a probe, a join, a command or a destroyed socket.
     static Mutex mapMutex ACQUIRED_AFTER(pingMutex);

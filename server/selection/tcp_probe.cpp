@@ -80,6 +80,25 @@ bool readRttUs(int fd, uint32_t& rttUs) {
     return true;
 }
 
+// Makes a probe's socket the live one for the length of a scope, which ends before the socket does.
+class LiveProbe {
+  public:
+    LiveProbe(LiveSocket* place, int fd) : m_place(place), m_allowed(!place || place->enter(fd)) {}
+    ~LiveProbe() {
+        if (m_place != nullptr) {
+            m_place->leave();
+        }
+    }
+    LiveProbe(const LiveProbe&) = delete;
+    LiveProbe& operator=(const LiveProbe&) = delete;
+
+    bool allowed() const { return m_allowed; }
+
+  private:
+    LiveSocket* const m_place;
+    const bool m_allowed;
+};
+
 }  // namespace
 
 int Tcping::updateTcpingRtt(sls_tcping_info* info, int penaltyMs) {
@@ -112,6 +131,10 @@ int Tcping::populateTcpingSocket(sls_tcping_info* info) {
 
 int Tcping::getTcpingRtt(sls_tcping_info* info, int penaltyMs) {
     const android::base::unique_fd fd = std::move(info->sockFd);
+    const LiveProbe live(info->liveSocket, fd.get());
+    if (!live.allowed()) {
+        return -1;
+    }
     const auto* const address = reinterpret_cast<const sockaddr*>(&info->serverAddr);
     if (connect_with_timeout(fd.get(), address, sizeof(info->serverAddr), kConnectTimeout) == -1) {
         LNKD_LOGE("connect failed of client,device is %s!\n", info->ifaceName);

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "selection/live_socket.h"
+
 namespace lnkd {
 
 // One interface's probe: what it measures against, and its socket while it runs.
@@ -18,6 +20,7 @@ struct sls_tcping_info {
     const char* serverIp;             // dotted quad
     int32_t rtt;                      // ms, penalty included, of the last probe that succeeded
     int32_t port;                     // host byte order
+    LiveSocket* liveSocket;           // where another thread can end the probe; null: nowhere
 };
 
 // Measures the round-trip time through one interface with a short TCP conversation: a connect
@@ -27,7 +30,7 @@ struct sls_tcping_info {
 class Tcping {
   public:
     // One whole probe. Returns the time in ms plus `penaltyMs`, or -1. Bounded: 500 ms to
-    // connect, and twice 500 ms for each exchange.
+    // connect, and twice 500 ms for each exchange. One that another thread ends returns at once.
     int updateTcpingRtt(sls_tcping_info* info, int penaltyMs);
 
     // Makes, configures and binds the socket. 0 or -1.

@@ -139,6 +139,7 @@ class Choice : public PrivateWorld {
         p->setValue("t_hyst_s", "10");
         IptablesManager::instance();
         commands();
+        SmartLinkSelection::Init();
         m_choice = SmartLinkSelectionPeer(SmartLinkSelection::instance());
     }
     SmartLinkSelectionPeer m_choice{nullptr};

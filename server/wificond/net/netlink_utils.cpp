@@ -9,6 +9,7 @@
 #include <linux/nl80211.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utils/Timers.h>
@@ -17,6 +18,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 namespace android {
 namespace wificond {
@@ -39,12 +41,25 @@ NetlinkUtils* NetlinkUtils::instance() {
     return utils;
 }
 
+NetlinkUtils::NetlinkUtils() : cancelFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
 bool NetlinkUtils::Start() {
+    uint64_t cancelled = 0;
+    while (read(cancelFd.get(), &cancelled, sizeof(cancelled)) > 0) {
+        // takes back what ended earlier queries
+    }
     if (!SetupSocket(&netlinkFd)) {
         logSetupError("Failed to setup synchronous netlink socket");
         return false;
     }
     return DiscoverFamilyId();
+}
+
+void NetlinkUtils::Cancel() {
+    const uint64_t once = 1;
+    if (write(cancelFd.get(), &once, sizeof(once)) < 0) {
+        PLOG(ERROR) << "Failed to cancel netlink queries";
+    }
 }
 
 bool NetlinkUtils::SetupSocket(base::unique_fd* fd) {
@@ -202,14 +217,18 @@ bool NetlinkUtils::waitForResponses(uint32_t sequence) {
         if (responseHandlers.count(sequence) == 0) {
             return true;
         }
-        pollfd polled{netlinkFd.get(), POLLIN, 0};
-        const int ready = poll(&polled, 1, static_cast<int>((left + kNsPerMs - 1) / kNsPerMs));
+        pollfd polled[] = {{netlinkFd.get(), POLLIN, 0}, {cancelFd.get(), POLLIN, 0}};
+        const int ready =
+                poll(polled, std::size(polled), static_cast<int>((left + kNsPerMs - 1) / kNsPerMs));
         if (ready < 0) {
             PLOG(ERROR) << "Failed to poll netlink fd";
             return false;
         }
         if (ready == 0) {
             LOG(ERROR) << "Failed to poll netlink fd: time out ";
+            return false;
+        }
+        if (polled[1].revents != 0) {
             return false;
         }
         ReceivePacketAndRunHandler(netlinkFd.get());

@@ -43,11 +43,15 @@ class NetlinkUtils {
     // after an error line, when there is no reading.
     int32_t GetStationInfo(const char* mac, const char* ifname);
 
+    // Ends the query in hand, and each one until the next Start(), with no reading and no wait. The
+    // one operation that another thread may call meanwhile.
+    void Cancel();
+
     // Number of the nl80211 family, 0 when it is not known: nobody answers then.
     uint16_t GetFamilyId();
 
   protected:
-    NetlinkUtils() = default;
+    NetlinkUtils();
     ~NetlinkUtils() = default;
 
     // Asks the control family for the number of nl80211; false, with an error line, when it gives
@@ -65,6 +69,7 @@ class NetlinkUtils {
     void ReceivePacketAndRunHandler(int fd);
 
     base::unique_fd netlinkFd;
+    base::unique_fd cancelFd;  // an eventfd, readable once queries are to end
 
   private:
     using Handler = std::function<void(std::unique_ptr<const NL80211Packet>)>;
