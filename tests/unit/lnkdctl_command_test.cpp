@@ -64,7 +64,7 @@ TEST(LnkdctlLine, BecomesOneMessageOrOneError) {
 int runTool(const std::string& options, const std::string& input) {
     std::ofstream("input") << input;
     return WEXITSTATUS(
-            std::system((LNKDCTL_PATH " --socket socket " + options + " <input 2>errors").c_str()));
+            std::system((LNKDCTL " --socket socket " + options + " <input 2>errors").c_str()));
 }
 
 TEST(LnkdctlSession, SendsWholeRecordsInOrderAndReportsHowItWent) {
