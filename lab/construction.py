@@ -10,8 +10,8 @@ from collections.abc import Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from world import (GAME_SERVER, INTERNET_ONLY, LAB, LINKS, PROBE_SERVER, WEB_SERVER, WEB_SERVER6,
-                   in_internet)
+from world import (GAME_SERVER, INTERNET_ONLY, LAB, LINKS, PROBE_SERVER, SLOW_TARGETS, WEB_SERVER,
+                   WEB_SERVER6, in_internet)
 
 HERE = Path(__file__).resolve().parent
 LIBC = ctypes.CDLL(None, use_errno=True)
@@ -106,6 +106,7 @@ def build(options: Options) -> None:
     _internet_network()
     addresses = [f"{PROBE_SERVER}:443", VOIP_PEER]
     addresses += [f"{server}:{port}" for server in (WEB_SERVER, GAME_SERVER) for port in GAME_PORTS]
+    addresses += [f"{target}/{manner}" for manner, target in SLOW_TARGETS.items()]
     responder = _start(HERE / "responder.py", f"{LAB}/responder.log", *addresses,
                        prefix=INTERNET_ONLY)
     statistics = None

@@ -2,11 +2,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """The probe's, the games' and the calls' server, over TCP and UDP.
 
-    responder.py LOG ADDRESS:PORT...
+    responder.py LOG ADDRESS:PORT[/MANNER]...
 
 A line, such as a game sends, comes back with the address it was sent from, so that the
 sender learns by which link it was seen. Anything else on TCP is answered with as much as
-a probe waits for. LOG gets a line for each TCP connection that has ended: the client's
+a probe waits for, or, in the manner "drip", with less, and in the manner "silent" not at
+all. LOG gets a line for each TCP connection that has ended: the client's
 address, the time it began, its seconds, the bytes it sent, the server, and the first word
 of its lines, or "probe" if it sent none.
 """
@@ -17,6 +18,7 @@ import sys
 import time
 
 ANSWER = b"." * 60  # as much as a probe waits for, so it never has to time out
+ANSWERS = {"": ANSWER, "drip": ANSWER[:4], "silent": b""}
 
 
 def answer(line: bytes, address: str) -> bytes:
@@ -29,7 +31,8 @@ class Connection:
         # An answer that waited for an acknowledgement would look like a slow link.
         sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self.sock = sock
-        self.server = server
+        self.server, _, manner = server.partition("/")
+        self.answer = ANSWERS[manner]
         self.address = sock.getpeername()[0]
         self.begin = time.time()
         self.received = 0
@@ -44,7 +47,7 @@ class Connection:
             if b"\n" in data and self.kind == "probe":
                 self.kind = data.split()[0].decode(errors="replace")
             if self.kind == "probe":
-                return bool(data) and self.sock.send(ANSWER) > 0
+                return bool(data) and self.sock.send(self.answer) == len(self.answer)
             *lines, self.rest = (self.rest + data).split(b"\n")
             self.sock.send(b"".join(answer(line, self.address) for line in lines))
             return bool(data)
@@ -57,7 +60,7 @@ class Connection:
 
 
 def bound(kind: socket.SocketKind, target: str) -> socket.socket:
-    address, port = target.rsplit(":", 1)
+    address, port = target.split("/")[0].rsplit(":", 1)
     server = socket.socket(socket.AF_INET, kind)
     server.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     server.bind((address, int(port)))

@@ -25,6 +25,7 @@ WEB_SERVER = "203.0.113.10"
 GAME_SERVER = "203.0.113.20"  # a second one for games
 WEB_SERVER6 = "2001:db8::10"
 PROBE_SERVER = "8.8.8.8"
+SLOW_TARGETS = {"silent": f"{GAME_SERVER}:7010", "drip": f"{GAME_SERVER}:7011"}  # by manner
 INTERNET_ONLY = ("nsenter", "--net=/run/netns/internet")
 PROPERTIES = Path("/vendor/build.prop")
 CONTROL_SOCKET = "/dev/socket/lnkd"
@@ -68,6 +69,12 @@ def wait_until(predicate: Callable[[], T], deadline: float = 5.0, what: str = ""
 def in_internet(argv: Sequence[str], **options: Any) -> subprocess.CompletedProcess[Any]:
     """subprocess.run on the servers' side of the links."""
     return subprocess.run([*INTERNET_ONLY, *argv], **options)
+
+
+def slow_down_probes(manner: str) -> None:
+    """Puts a slow target in the place of the one that is probed by default."""
+    rule = f"-d {PROBE_SERVER} -p tcp -j DNAT --to-destination {SLOW_TARGETS[manner]}"
+    in_internet(["iptables", "-w", "-t", "nat", "-A", "PREROUTING", *rule.split()], check=True)
 
 
 def links(*lines: str) -> None:

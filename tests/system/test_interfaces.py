@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
+import itertools
 import re
 
 import pytest
@@ -7,7 +8,7 @@ from driver import ALL_LINKS, settled, wait_for_shares, wait_until
 from steering import kernel, steered
 
 BAD_NAMES = ["wlan0;reboot", "$(id)", "`id`", "a|b", "a b", "%s%n", "wlan1\n", "wl\xe4n", " ", "",
-             "a/b", "../x", "..", "-F", "x" * 16, "x" * 200]
+             "a/b", "../x", "..", "-F", "x" * 16, "x" * 200, "wlan0_wrapper", "uid_wlan0"]
 ALL_BITS = "0xffffffff"
 
 
@@ -54,6 +55,33 @@ def test_a_list_of_interfaces_replaces_the_previous_one(phone):
         assert steered() == sorted(filter(None, names.split(",")))
 
 
+def test_links_of_one_mark_leave_each_other_their_way(phone):
+    """The kernel deletes a policy rule by its mark; in whatever order they go, the others stay."""
+    cellular = ["ccmni0", "rmnet_data0", "rmnet_data1"]
+    with open("/etc/iproute2/rt_tables", "a", encoding="ascii") as tables:
+        tables.write("1011 ccmni0\n1012 rmnet_data1\n1013 eth0\n")
+    phone.start()
+    for order in itertools.permutations(cellular):
+        left = [*order, "wlan0", "eth0"]
+        while left:
+            phone.order((2, ",".join(left)))
+            assert steered() == sorted(left)
+            left.pop(0)
+    phone.order((2, ",".join([*cellular, "wlan0", "eth0"])))
+
+
+def test_a_list_counts_a_name_once_and_the_table_holds_sixteen(phone):
+    """What is beyond is refused by name, and nothing is begun anew for it."""
+    names = [f"rmnet_data{n}" for n in range(40)]
+    phone.start()
+    phone.order((2, ",".join([*names, *names])))
+    refused = [line.split()[-1] for line in phone.daemon.log if "interfaces, refused" in line]
+    assert refused == names[16:]
+    assert world.statistics_commands().count("enable=0") == 16
+    phone.order((2, "rmnet_data39"))
+    assert "zelk_fw_rmnet_data0" not in kernel()
+
+
 def test_an_invalid_name_reaches_neither_a_command_nor_the_module(phone):
     """The good name of the same list is obeyed all the same."""
     phone.start()
@@ -88,7 +116,7 @@ def test_uid_lists_become_entry_filter_and_wrapper_chains(phone):
         ((1, "10123,10456"), [10123, 10456], []),
         ((7, "10200,10123"), [10123, 10456], [10200, 10123]),
         ((1, "NULL"), [], [10200, 10123]),
-        ((7, "123456,-1,+2, 3,4;id,0x5,,,99999"), [], [99999]),
+        ((7, "123456,-1,+2, 3,4;id,0x5,,0777,99999"), [], [99999]),
         ((1, "10456," + "1," * 40 + "2"), [10456, *[1] * 40, 2], [99999]),
         ((1, ""), [], [99999]),
     ):

@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
+import signal
 from contextlib import suppress
 
 import pytest
@@ -41,7 +42,10 @@ def test_start_and_end_run_their_commands_in_order(phone, by_signal):
     wait_until(lambda: world.statistics_commands() == collecting(), "start-up")
     assert commands() == SET_UP
     phone.order((2, "wlan0,rmnet_data0"), (2, "wlan0"))
-    phone.daemon.process.terminate() if by_signal else world.set_prop("vendor.sla.enabled", "2")
+    if by_signal:
+        phone.daemon.process.send_signal(signal.SIGHUP)
+    else:
+        world.set_prop("vendor.sla.enabled", "2")
     phone.wait_for("Lnkd exiting")
     assert commands()[-len(TEAR_DOWN):] == TEAR_DOWN
     told = [*collecting(), "enable=0", *collecting("wlan0"), "enable=0",

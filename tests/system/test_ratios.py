@@ -18,6 +18,16 @@ UNMETERED = {
 }
 
 
+def test_rules_come_back_after_every_change_of_the_interfaces(phone):
+    """However small the move is by the numbers: what the packet filter has is not known then."""
+    phone.start("min_ratio_change=60\n")
+    for names in ("wlan0,wlan1", ALL_LINKS, "wlan1,rmnet_data0", "wlan0,wlan1"):
+        links = names.split(",")
+        wifis = [name for name in links if name in ("wlan0", "wlan1")]
+        phone.order((2, names))
+        wait_for_shares(**{name: 1 / len(wifis) if name in wifis else 0 for name in links})
+
+
 def test_shares_follow_the_measured_rates(phone):
     """From the records of the kernel module to the rules, with cellular metered and not."""
     phone.start("mini_stale_interval=2000000000\nmin_ratio_change=0\n")

@@ -1,0 +1,101 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What may hold the daemon, and a stop that comes meanwhile."""
+
+import os
+import signal
+import subprocess
+from contextlib import ExitStack
+from errno import ENXIO
+
+import pytest
+import world
+from driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, wait_for_shares, wait_until
+from scenario_run import GAME_UID
+from steering import kernel, steered
+
+INTERFACES, GAME = 2, (5, str(GAME_UID))
+FOUR, NINE = f"{ALL_LINKS},ccmni0", ",".join(f"usb{n}" for n in range(9))
+TOOLS = {"tool in a handler": "-N zelk_fw_wlan1", "tool in a pass": "-A zelk_SLA"}
+
+
+@pytest.mark.parametrize("holder", [*TOOLS, *world.SLOW_TARGETS, "period", "no statistics"])
+def test_a_stop_is_soon_over_whatever_holds_the_daemon(phone, holder):
+    """It waits for no tool, target, period or file, and leaves nothing."""
+    with ExitStack() as held:
+        reached = held.enter_context(gate(TOOLS[holder])) if holder in TOOLS else None
+        if holder == "no statistics":
+            os.unlink("/proc/sla/config")
+        if holder in world.SLOW_TARGETS:
+            world.slow_down_probes(holder)
+        world.set_prop("vendor.sla.ifaces", FOUR)
+        phone.start("ping_interval_ms=5000000\n" if holder == "period" else "")
+        control = held.enter_context(world.connect_control(DEADLINE))
+        if holder != "period":
+            names = NINE if holder == "no statistics" else FOUR
+            world.send_message(control, INTERFACES, names)
+        world.send_message(control, *GAME)
+        if reached:
+            reached()
+        elif holder == "no statistics":
+            phone.wait_for("usb1_mmap is shorter")
+        elif holder == "period":
+            phone.wait_for("perform switch")
+        else:
+            target = ["ss", "-tnH", "dst", world.PROBE_SERVER]
+            wait_until(lambda: b"ESTAB" in subprocess.check_output(target), "a probe in hand")
+        phone.stop()
+
+
+def test_a_tool_that_hangs_is_killed_and_the_rest_is_done(phone):
+    """With all that it started, after ten seconds; its order goes on, and so do later ones."""
+    with gate("-N zelk_fw_wlan1_wrapper") as reached:
+        phone.start()
+        world.send_message(world.connect_control(DEADLINE), INTERFACES, ALL_LINKS)
+        reached()
+        line = "did not end in time, killed: .* -N zelk_fw_wlan1_wrapper"
+        phone.daemon.wait_for(line, 10 + DEADLINE)
+        with pytest.raises(OSError) as nobody:
+            os.open(GATE, os.O_WRONLY | os.O_NONBLOCK)
+        assert nobody.value.errno == ENXIO
+    phone.wait_for("preinterfacelist is rmnet_data0")
+    assert steered() == sorted(world.LINKS)
+
+
+def test_a_second_daemon_ends_at_once_and_changes_nothing(phone):
+    """Until the first has taken down what is its own, even when that stays, disabled."""
+    phone.start()
+    phone.order((INTERFACES, "wlan0"))
+    wait_for_shares(wlan0=1)
+    rules, done = kernel(), world.tool_commands()
+    second = subprocess.run("lnkd", stderr=subprocess.PIPE, timeout=DEADLINE)
+    assert (second.returncode, second.stderr.count(b"\n")) == (1, 1)
+    assert (kernel(), world.tool_commands()) == (rules, done)
+    phone.order((INTERFACES, "wlan0,wlan1"))
+    assert steered() == ["wlan0", "wlan1"]
+    world.set_prop("vendor.sla.enabled", "2")
+    phone.wait_for("Lnkd exiting")
+    world.set_prop("vendor.sla.enabled", "1")
+    with world.start_daemon() as third:
+        third.wait_for("Created socket success", DEADLINE)
+
+
+def test_a_sleep_lasts_its_period_and_closed_descriptors_are_opened():
+    """What interrupts the main loop's sleep is no pass; what it logs goes into no other file."""
+    CONF.write_text("ping_interval_ms=20\nmini_est_interval=600000\n")
+    daemon = subprocess.Popen("exec lnkd <&- >&- 2>&-", shell=True)
+    control = world.connect_control(DEADLINE)
+    wait_until(lambda: "enable=1" in world.statistics_commands(), "start-up")
+    files = [os.readlink(f"/proc/{daemon.pid}/fd/{fd}") for fd in range(3)]
+    assert files == ["/dev/null"] * 3
+    world.send_message(control, INTERFACES, ALL_LINKS)
+    wait_until(lambda: len(kernel().get("policy", [])) == len(world.LINKS), "links")
+    for _ in range(3):
+        for number in (signal.SIGSTOP, signal.SIGCONT):
+            daemon.send_signal(number)
+        world.send_message(control, INTERFACES, "wlan0")
+        wait_until(lambda: len(kernel()["policy"]) == 1, "one link")
+        world.send_message(control, INTERFACES, ALL_LINKS)
+        wait_until(lambda: len(kernel()["policy"]) == len(world.LINKS), "links")
+    assert kernel()["zelk_SLA"] == []
+    daemon.terminate()
+    assert daemon.wait(DEADLINE) == 0 and kernel() == {}
