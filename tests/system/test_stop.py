@@ -4,45 +4,21 @@
 import os
 import signal
 import subprocess
-from contextlib import ExitStack
 from errno import ENXIO
 
+import holders
 import pytest
 import world
 from driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, wait_for_shares, wait_until
-from scenario_run import GAME_UID
 from steering import kernel, steered
 
-INTERFACES, GAME = 2, (5, str(GAME_UID))
-FOUR, NINE = f"{ALL_LINKS},ccmni0", ",".join(f"usb{n}" for n in range(9))
-TOOLS = {"tool in a handler": "-N zelk_fw_wlan1", "tool in a pass": "-A zelk_SLA"}
+INTERFACES = 2
 
 
-@pytest.mark.parametrize("holder", [*TOOLS, *world.SLOW_TARGETS, "period", "no statistics"])
+@pytest.mark.parametrize("holder", holders.HOLDERS[2:])
 def test_a_stop_is_soon_over_whatever_holds_the_daemon(phone, holder):
     """It waits for no tool, target, period or file, and leaves nothing."""
-    with ExitStack() as held:
-        reached = held.enter_context(gate(TOOLS[holder])) if holder in TOOLS else None
-        if holder == "no statistics":
-            os.unlink("/proc/sla/config")
-        if holder in world.SLOW_TARGETS:
-            world.slow_down_probes(holder)
-        world.set_prop("vendor.sla.ifaces", FOUR)
-        phone.start("ping_interval_ms=5000000\n" if holder == "period" else "")
-        control = held.enter_context(world.connect_control(DEADLINE))
-        if holder != "period":
-            names = NINE if holder == "no statistics" else FOUR
-            world.send_message(control, INTERFACES, names)
-        world.send_message(control, *GAME)
-        if reached:
-            reached()
-        elif holder == "no statistics":
-            phone.wait_for("usb1_mmap is shorter")
-        elif holder == "period":
-            phone.wait_for("perform switch")
-        else:
-            target = ["ss", "-tnH", "dst", world.PROBE_SERVER]
-            wait_until(lambda: b"ESTAB" in subprocess.check_output(target), "a probe in hand")
+    with holders.held(phone, holder):
         phone.stop()
 
 
