@@ -68,7 +68,8 @@ bool convertInterfaces(const std::string& argument, Command* command, std::strin
         for (const std::string& name : split(argument, ",", true)) {
             if (!isInterfaceName(name)) {
                 *error = quoted(name) +
-                         ": not an interface name (letters, digits, _ . : -, at most 15)";
+                         ": not an interface name (letters, digits, _ . : -, at most 15; not "
+                         "uid_..., not ..._wrapper)";
                 return false;
             }
         }
@@ -84,7 +85,7 @@ bool convertUids(const std::string& argument, Command* command, std::string* err
     }
     for (const std::string& uid : split(argument, ",", true)) {
         if (!parseUid(uid) || uid.size() > kMaxWhitelistUidDigits) {
-            *error = quoted(uid) + ": not a UID for this list (digits, at most 5), nor none";
+            *error = quoted(uid) + ": not a UID for this list (at most 5 digits, the first not 0), nor none";
             return false;
         }
     }
@@ -123,7 +124,7 @@ bool convertMetered(const std::string& argument, Command* command, std::string* 
 bool convertSteeredUids(const std::string& argument, Command* command, std::string* error) {
     for (const std::string& uid : split(argument, ",", true)) {
         if (!parseUid(uid)) {
-            *error = quoted(uid) + ": not a UID (digits, 32 bits)";
+            *error = quoted(uid) + ": not a UID (digits, the first not 0, 32 bits)";
             return false;
         }
     }
@@ -134,7 +135,7 @@ bool convertSteeredUids(const std::string& argument, Command* command, std::stri
 bool convertCaller(const std::string& argument, Command* command, std::string* error) {
     // 0 would end a call, not start one.
     if (parseUid(argument).value_or(0) == 0) {
-        *error = quoted(argument) + ": not the UID of an application (digits, 32 bits, not 0)";
+        *error = quoted(argument) + ": not the UID of an application (digits, the first not 0, 32 bits)";
         return false;
     }
     command->text = argument;
