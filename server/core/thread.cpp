@@ -22,7 +22,7 @@ Thread::Thread(std::function<void()> body) {
     auto owned = std::make_unique<std::function<void()>>(std::move(body));
     m_joinable = pthread_create(&m_handle, nullptr, runBody, owned.get()) == 0;
     if (m_joinable) {
-        owned.release();  // the thread's now
+        static_cast<void>(owned.release());  // the thread's now
     }
 }
 
