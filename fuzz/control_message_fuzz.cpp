@@ -22,6 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         parameters->UpdateInterface(name.c_str(), false);
     }
     for (const std::string& uid : lnkd::usableUids(lnkd::splitList(msg.message)))
-        require(std::all_of(uid.begin(), uid.end(), isdigit) && std::stoul(uid) <= UINT32_MAX);
+        require(std::all_of(uid.begin(), uid.end(), isdigit) && std::stoul(uid) <= UINT32_MAX &&
+                (uid == "0" || uid.front() != '0'));
     return 0;
 }

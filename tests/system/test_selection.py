@@ -107,6 +107,15 @@ def test_a_wifi_without_a_reading_counts_as_slow(phone):
     assert not [line for line in phone.daemon.log if "poll interface = rmnet_data0" in line]
 
 
+def test_an_access_point_that_nobody_has_told_is_not_asked_for(phone):
+    """Of the built-in record nothing is known; it must not be slow for ever."""
+    world.set_prop("vendor.sla.ifaces", "a b")
+    phone.start()
+    phone.choose(GAME)
+    phone.order(STOPPED)
+    assert not [line for line in phone.daemon.log if "poll interface" in line]
+
+
 def test_a_probe_measures_what_a_handshake_takes(phone):
     """On links of different length, within 1 ms or 5 %; load only adds, so the least counts."""
     world.links(*(f"{link} delay {ms}" for link, ms in zip(world.LINKS, (1, 8, 30))))

@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 
 #include <cmath>
+#include <csignal>
 #include <random>
 #include <regex>
 #include <sstream>
@@ -9,6 +10,7 @@
 #include "core/parameters.h"
 #include "private_world.h"
 #include "rules/iptables_manager.h"
+#include "rules/shell_command.h"
 
 namespace lnkd {
 
@@ -95,6 +97,20 @@ TEST_F(Rules, OfSharesHaveTheProbabilityOfWhatEarlierOnesLeaveAndFailWithoutAShe
     ASSERT_TRUE(setrlimit(RLIMIT_NPROC, &none) == 0 && setresuid(1, 1, 0) == 0);
     EXPECT_EQ(rules->set_SLA_ratio_iptables({}, {}), -1);
     EXPECT_EQ(setresuid(0, 0, 0), 0);
+}
+
+TEST(ShellCommand, HasNothingOfTheDaemonsSignalsGroupOrInput) {
+    sigset_t signals;
+    sigfillset(&signals);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    ShellCommand shell("cat; grep -E 'Sig(Blk|Ign)' /proc/self/status; echo $$; ps -o pgid= $$");
+    std::string all, line(100, '\0');
+    while (shell.readLine(line.data(), line.size()))
+        all += line.c_str();
+    EXPECT_TRUE(shell.finish());
+    const std::regex own("SigBlk:\t0+\nSigIgn:\t[0-9a-f]+0{7}\n(\\d+)\n *\\1\n");
+    EXPECT_TRUE(std::regex_match(all, own)) << all;
 }
 
 using MarkCount = PrivateWorld;
