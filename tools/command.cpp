@@ -85,7 +85,8 @@ bool convertUids(const std::string& argument, Command* command, std::string* err
     }
     for (const std::string& uid : split(argument, ",", true)) {
         if (!parseUid(uid) || uid.size() > kMaxWhitelistUidDigits) {
-            *error = quoted(uid) + ": not a UID for this list (at most 5 digits, the first not 0), nor none";
+            *error = quoted(uid) +
+                     ": not a UID for this list (at most 5 digits, the first not 0), nor none";
             return false;
         }
     }
@@ -135,7 +136,8 @@ bool convertSteeredUids(const std::string& argument, Command* command, std::stri
 bool convertCaller(const std::string& argument, Command* command, std::string* error) {
     // 0 would end a call, not start one.
     if (parseUid(argument).value_or(0) == 0) {
-        *error = quoted(argument) + ": not the UID of an application (digits, the first not 0, 32 bits)";
+        *error = quoted(argument) +
+                 ": not the UID of an application (digits, the first not 0, 32 bits)";
         return false;
     }
     command->text = argument;
