@@ -86,7 +86,7 @@ bool convertUids(const std::string& argument, Command* command, std::string* err
     for (const std::string& uid : split(argument, ",", true)) {
         if (!parseUid(uid) || uid.size() > kMaxWhitelistUidDigits) {
             *error = quoted(uid) +
-                     ": not a UID for this list (at most 5 digits, the first not 0), nor none";
+                     ": not a UID for this list (digits, no leading 0, at most 5), nor none";
             return false;
         }
     }
@@ -125,7 +125,7 @@ bool convertMetered(const std::string& argument, Command* command, std::string* 
 bool convertSteeredUids(const std::string& argument, Command* command, std::string* error) {
     for (const std::string& uid : split(argument, ",", true)) {
         if (!parseUid(uid)) {
-            *error = quoted(uid) + ": not a UID (digits, the first not 0, 32 bits)";
+            *error = quoted(uid) + ": not a UID (digits, no leading 0, 32 bits)";
             return false;
         }
     }
@@ -137,7 +137,7 @@ bool convertCaller(const std::string& argument, Command* command, std::string* e
     // 0 would end a call, not start one.
     if (parseUid(argument).value_or(0) == 0) {
         *error = quoted(argument) +
-                 ": not the UID of an application (digits, the first not 0, 32 bits)";
+                 ": not the UID of an application (digits, no leading 0, 32 bits, not 0)";
         return false;
     }
     command->text = argument;
