@@ -16,7 +16,7 @@ import threading
 import time
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "lab"))
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 import selection
 import world
 from measuring import DAEMON, Row, growth_rows, kib, print_table, run_time, sample

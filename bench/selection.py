@@ -11,8 +11,8 @@ from functools import partial
 from pathlib import Path
 
 import world
+from lab.scenarios.player import CALL_UID, GAME_UID, START_GAME, STOP_GAME, Client
 from measuring import DAEMON, MEMORY, Row, growth_rows, kib, sample
-from scenario_run import CALL_UID, GAME_UID, START_GAME, STOP_GAME, Client
 
 LINKS = "wlan0,rmnet_data0"
 GOOD = ("wlan0 up delay 10", "rmnet_data0 up delay 20")  # ms each way

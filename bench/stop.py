@@ -13,11 +13,11 @@ import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "lab"))
-import holders
-from driver import Phone
+sys.path.insert(0, str(ROOT))
+from lab import holders
+from lab.driver import Phone
 from measuring import Row, print_table
-from steering import kernel
+from lab.steering import kernel
 
 LIMIT_S = 1.5
 GRACE_S = 1.0  # of a tool that does not end

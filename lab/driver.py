@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pytest
 import world
-from steering import kernel, shares
+from lab.steering import kernel, shares
 
 CONF = Path("/vendor/etc/sla/lnkd.conf")
 TOOLS = [Path(f"/system/bin/{tool}-wrapper-1.0") for tool in ("iptables", "ip")]

@@ -16,9 +16,12 @@ import stat
 import statistics
 import sys
 import time
+from pathlib import Path
 from typing import NamedTuple, TextIO
 
-import world
+if __name__ == "__main__":
+    sys.path[0] = str(Path(__file__).resolve().parents[1])
+import world  # noqa: E402
 
 TICK_S = 1 / 30
 PATIENCE_S = 1.0  # for an answer, for a connection, and for anything at all

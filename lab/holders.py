@@ -7,8 +7,8 @@ from collections.abc import Iterator
 from contextlib import ExitStack, contextmanager
 
 import world
-from driver import ALL_LINKS, DEADLINE, Phone, gate, wait_until
-from scenario_run import GAME_UID, START_GAME, UPDATE_INTERFACES
+from lab.driver import ALL_LINKS, DEADLINE, Phone, gate, wait_until
+from lab.scenarios.player import GAME_UID, START_GAME, UPDATE_INTERFACES
 
 FOUR, NINE = f"{ALL_LINKS},ccmni0", ",".join(f"usb{n}" for n in range(9))
 TOOLS = {"tool in a handler": "-N zelk_fw_wlan1", "tool in a pass": "-A zelk_SLA"}

@@ -11,11 +11,11 @@ from pathlib import Path
 
 import pytest
 
-LAB = Path(__file__).resolve().parents[2] / "lab"
-sys.path.insert(0, str(LAB))
+REPOSITORY = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(REPOSITORY))
 
 import world  # noqa: E402
-from driver import Phone  # noqa: E402
+from lab.driver import Phone  # noqa: E402
 
 
 def pytest_collection_modifyitems(items):
@@ -25,9 +25,10 @@ def pytest_collection_modifyitems(items):
 
 
 def run_in_phone(test):
-    phone = [LAB / "phone", "--build", os.environ.get("LNKD_BUILD", LAB.parent / "build/release")]
+    build = os.environ.get("LNKD_BUILD", REPOSITORY / "build/release")
+    phone = [REPOSITORY / "lab/phone", "--build", build, "--record-tools"]
     pytest_command = f"{sys.executable} -m pytest -q --no-header --tb=short -p no:cacheprovider"
-    result = subprocess.run([*phone, "--record-tools", *pytest_command.split(), test], timeout=300,
+    result = subprocess.run([*phone, *pytest_command.split(), test], timeout=300,
                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace")
     if result.returncode != 0:
         pytest.fail(result.stdout, pytrace=False)

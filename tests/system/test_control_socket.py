@@ -2,8 +2,8 @@
 import struct
 
 import world
-from driver import unread, wait_until
-from steering import kernel, steered
+from lab.driver import unread, wait_until
+from lab.steering import kernel, steered
 
 MESSAGE = struct.Struct("=ii1024s")
 INT_MIN, INT_MAX = -(2**31), 2**31 - 1

@@ -9,8 +9,8 @@ from pathlib import Path
 
 import pytest
 import world
-from driver import CONF, TOOLS, wait_until
-from steering import kernel, steered
+from lab.driver import CONF, TOOLS, wait_until
+from lab.steering import kernel, steered
 
 SOCKET = Path(world.CONTROL_SOCKET)
 

@@ -4,8 +4,8 @@ import re
 
 import pytest
 import world
-from driver import ALL_LINKS, settled, wait_for_shares, wait_until
-from steering import kernel, steered
+from lab.driver import ALL_LINKS, settled, wait_for_shares, wait_until
+from lab.steering import kernel, steered
 
 BAD_NAMES = ["wlan0;reboot", "$(id)", "`id`", "a|b", "a b", "%s%n", "wlan1\n", "wl\xe4n", " ", "",
              "a/b", "../x", "..", "-F", "x" * 16, "x" * 200, "wlan0_wrapper", "uid_wlan0"]

@@ -11,8 +11,8 @@ import time
 from contextlib import suppress
 
 import world
-from driver import ALL_LINKS, settled, wait_for_selection
-from scenario_run import CALL_UID, GAME_UID
+from lab.driver import ALL_LINKS, settled, wait_for_selection
+from lab.scenarios.player import CALL_UID, GAME_UID
 
 ROUNDS = int(os.environ.get("LNKD_ROUNDS", "5"))
 SEED = int(os.environ.get("LNKD_SEED", "1"))

@@ -4,8 +4,8 @@ from contextlib import suppress
 
 import pytest
 import world
-from driver import ALL_LINKS, DEADLINE, gate, settled, wait_for_shares, wait_until
-from steering import kernel, steered
+from lab.driver import ALL_LINKS, DEADLINE, gate, settled, wait_for_shares, wait_until
+from lab.steering import kernel, steered
 
 NAT = "zelk_nat_POSTROUTING_DVX"
 FIXED = ("zelk_DVX", "zelk_SLA", "zelk_SLS", "zelk_DVX_wapper")

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 import world
-from driver import ALL_LINKS, wait_for_shares
-from steering import set_rates
+from lab.driver import ALL_LINKS, wait_for_shares
+from lab.steering import set_rates
 
 METERED = {  # kbit/s of wlan0, wlan1 and rmnet_data0, and their shares
     (600, 400, 1000): (0.1875, 0.125, 0.375),  # what the Wi-Fis lack of 1600, cellular makes up

@@ -8,8 +8,9 @@ from errno import ECONNABORTED
 
 import pytest
 import world
-from driver import ALL_LINKS, DEADLINE, socket_of, wait_for_probes, wait_for_selection, wait_until
-from scenario_run import CALL_PEER, CALL_UID, GAME_UID, Client
+from lab.driver import (ALL_LINKS, DEADLINE, socket_of, wait_for_probes, wait_for_selection,
+                        wait_until)
+from lab.scenarios.player import CALL_PEER, CALL_UID, GAME_UID, Client
 
 HIGH_RTT, START, STOP, CALL, BSSIDS, PAIR = 4, 5, 6, 8, 9, "wlan0,rmnet_data0"
 GAME, STOPPED, CALLING = (START, str(GAME_UID)), (STOP, ""), (CALL, str(CALL_UID))

@@ -6,11 +6,11 @@ import signal
 import subprocess
 from errno import ENXIO
 
-import holders
+from lab import holders
 import pytest
 import world
-from driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, wait_for_shares, wait_until
-from steering import kernel, steered
+from lab.driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, wait_for_shares, wait_until
+from lab.steering import kernel, steered
 
 INTERFACES = 2
 

@@ -5,9 +5,9 @@ import subprocess
 import time
 
 import world
-from driver import ALL_LINKS, gate
-from scenario_run import Client
-from steering import kernel
+from lab.driver import ALL_LINKS, gate
+from lab.scenarios.player import Client
+from lab.steering import kernel
 
 STORM_S = 5
 TEXTS = ["0", "1", "x", "NULL", "10123", "10456", "123456", "aa:bb:cc:dd:ee:ff", "1.2.3.4", ""]

@@ -6,8 +6,8 @@ from collections import Counter
 from pathlib import Path
 
 import world
-from driver import ALL_LINKS, DEADLINE, socket_of, wait_for_shares, wait_until
-from steering import set_rates
+from lab.driver import ALL_LINKS, DEADLINE, socket_of, wait_for_shares, wait_until
+from lab.steering import set_rates
 
 UID, OTHER_UID = 10123, 10999
 

@@ -12,12 +12,12 @@ from pathlib import Path
 import pytest
 
 REPOSITORY = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(REPOSITORY / "lab"))
+sys.path.insert(0, str(REPOSITORY))
 
-import driver  # noqa: E402
-import vm  # noqa: E402
+from lab import driver  # noqa: E402
+from lab.vm.machine import Machine  # noqa: E402
 
-machine = functools.cache(vm.Machine)
+machine = functools.cache(Machine)
 
 
 def pytest_collection_modifyitems(items):

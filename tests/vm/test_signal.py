@@ -7,11 +7,11 @@ import subprocess
 import time
 from pathlib import Path
 
-import signal_report
 import world
-from driver import DEADLINE, wait_until
-from game import read_packets
-from scenario_run import GAME_UID, Client, Observer
+from lab.driver import DEADLINE, wait_until
+from lab.game import read_packets
+from lab.scenarios.player import GAME_UID, Client, Observer
+from lab.vm import signal_report
 
 GAME = f"{world.WEB_SERVER}:7000"
 STATION, BSSID = "02:00:00:00:00:00", "02:00:00:00:01:00"

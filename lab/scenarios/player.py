@@ -10,9 +10,9 @@ from dataclasses import dataclass, field
 from datetime import datetime
 from pathlib import Path
 
-import game
 import world
-from scenario_file import Events, Scenario
+from lab import game
+from lab.scenarios.file import Events, Scenario
 
 GAME_UID, CALL_UID = 10200, 10099
 CALL_PEER = f"{world.WEB_SERVER}:5060"

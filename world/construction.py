@@ -13,7 +13,7 @@ from pathlib import Path
 from world import (GAME_SERVER, INTERNET_ONLY, LAB, LINKS, PROBE_SERVER, SLOW_TARGETS, WEB_SERVER,
                    WEB_SERVER6, in_internet)
 
-HERE = Path(__file__).resolve().parent
+LAB_FOLDER = Path(__file__).resolve().parents[1] / "lab"
 LIBC = ctypes.CDLL(None, use_errno=True)
 MS_BIND, MS_REC, MS_PRIVATE, MNT_DETACH = 0x1000, 0x4000, 1 << 18, 2
 
@@ -22,7 +22,7 @@ OWN = {"proc", "sys", "run", "vendor", "system", "dev", "lost+found"}
 DEVICES = ["null", "zero", "full", "random", "urandom", "tty", "fuse", "net/tun", "pts", "ptmx"]
 ROUTING_TABLES = "/etc/iproute2/rt_tables"
 FIRST_TABLE = 1001
-PROGRAMS = ["linkemu", "slastat", "labprocfs"]
+PROGRAMS = ["lab/linkemu", "world/slastat", "world/labprocfs"]
 GAME_PORTS = (7000, 7001)
 VOIP_PEER = f"{WEB_SERVER}:5060"
 
@@ -75,8 +75,8 @@ class Options:
         if os.geteuid() != 0:
             return "only root can build a world: use sudo"
         for program in PROGRAMS:
-            if not (self.build / "lab" / program).exists():
-                return f"{self.build}/lab/{program} is missing: build it first, or name --build"
+            if not (self.build / program).exists():
+                return f"{self.build}/{program} is missing: build it first, or name --build"
         for tool in ("ip", "iptables", "nginx", "nsenter"):
             if not shutil.which(tool, path=SYSTEM_PATH):
                 return f"{tool} is not installed"
@@ -99,19 +99,18 @@ def build(options: Options) -> None:
     _phone_files(options)
     _run("ip", "netns", "add", "internet")
     devices = [f"{link.name}:{link.far}" for link in LINKS.values()]
-    program = options.build / "lab"
-    emulator = _start(program / "linkemu", f"{LAB}/links", "/run/netns/internet", *devices)
+    emulator = _start(options.build / "lab/linkemu", f"{LAB}/links", "/run/netns/internet", *devices)
     _wait_ready(emulator)
     _phone_network()
     _internet_network()
     addresses = [f"{PROBE_SERVER}:443", VOIP_PEER]
     addresses += [f"{server}:{port}" for server in (WEB_SERVER, GAME_SERVER) for port in GAME_PORTS]
     addresses += [f"{target}/{manner}" for manner, target in SLOW_TARGETS.items()]
-    responder = _start(HERE / "responder.py", f"{LAB}/responder.log", *addresses,
+    responder = _start(LAB_FOLDER / "responder.py", f"{LAB}/responder.log", *addresses,
                        prefix=INTERNET_ONLY)
     statistics = None
     if not options.no_stats:
-        statistics = _start(program / "slastat", f"{LAB}/sla.log", VOIP_PEER, *LINKS)
+        statistics = _start(options.build / "world/slastat", f"{LAB}/sla.log", VOIP_PEER, *LINKS)
     _nginx()
     _wait_ready(responder)
     if statistics:
@@ -119,7 +118,7 @@ def build(options: Options) -> None:
 
 
 def environment(options: Options) -> dict[str, str]:
-    path = f"{options.build}:{options.build}/lab:{SYSTEM_PATH}"
+    path = f"{options.build}:{options.build}/world:{options.build}/lab:{SYSTEM_PATH}"
     return os.environ | {"PATH": path, "LAB_BUILD": str(options.build)}
 
 
@@ -196,7 +195,7 @@ def _phone_files(options: Options) -> None:
     # Kept open by this process, the one that lasts as long as the world: a
     # writer must never wait for a reader.
     os.open(f"{LAB}/sla/config", os.O_RDWR | os.O_NONBLOCK | os.O_CLOEXEC)
-    _run(options.build / "lab" / "labprocfs")
+    _run(options.build / "world/labprocfs")
     if options.conf:
         shutil.copyfile(options.conf, "/vendor/etc/sla/lnkd.conf")
     Path("/vendor/build.prop").write_text("".join(f"{prop}\n" for prop in options.props))

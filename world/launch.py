@@ -13,7 +13,7 @@ import signal
 import subprocess
 import sys
 
-import construction
+from world import construction
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 CLONE_NEWNS, CLONE_NEWPID, CLONE_NEWNET = 0x00020000, 0x20000000, 0x40000000

@@ -8,11 +8,10 @@ from collections.abc import Iterable, Sequence
 from pathlib import Path
 from typing import Any
 
-import plot
-import report
-from game import Packet
-from scenario_file import Events, Scenario, Verdict, median, p95
-from scenario_run import Played
+from lab.game import Packet
+from lab.report import page, plot
+from lab.scenarios.file import Events, Scenario, Verdict, median, p95
+from lab.scenarios.player import Played
 
 COLOUR = sys.stdout.isatty() and "NO_COLOR" not in os.environ
 WIDTH = 860
@@ -325,21 +324,21 @@ def page_parts(played: Played, without: Played | None = None) -> list[str]:
     if without:
         rows += [[f"{row[0]}, without selection", *row[1:]] for row in rtt_rows(without)]
     parts = [
-        report.paragraph(played.scenario.about),
-        report.figure(picture(played, without)),
-        report.table(("RTT, ms", "median", "95th percentile", "no answer"), rows),
-        report.paragraph("A packet without an answer within a second counts as 1000 ms."),
-        report.bullets([f"{label}: {words}" for label, words in outcome(played)]),
+        page.paragraph(played.scenario.about),
+        page.figure(picture(played, without)),
+        page.table(("RTT, ms", "median", "95th percentile", "no answer"), rows),
+        page.paragraph("A packet without an answer within a second counts as 1000 ms."),
+        page.bullets([f"{label}: {words}" for label, words in outcome(played)]),
     ]
     if played.selection:
-        parts += [report.heading("What must hold"), report.bullets(
+        parts += [page.heading("What must hold"), page.bullets(
             [f"{'ok' if met else 'FAIL'}: {text}: {figure}"
              for text, (met, figure) in verdicts(played)])]
-    return parts + [report.heading("Settings"), report.paragraph(
+    return parts + [page.heading("Settings"), page.paragraph(
         "; ".join([*played.scenario.config, *played.scenario.links]))]
 
 
 def write_page(path: Path, played: Played, without: Played | None = None) -> None:
     title = f"lnkd: {played.scenario.name}" + ("" if played.selection
                                                else ", without link selection")
-    report.write(path, title, page_parts(played, without))
+    page.write(path, title, page_parts(played, without))

@@ -4,9 +4,9 @@
 simulated Wi-Fi radios. `scripts/setup vm` fetches what it needs.
 
 The machine sees this one's files, read-only, below /host, may write to build/vm/results as
-/results, and runs commands one by one. vm_phone.sh makes the phone of it.
+/results, and runs commands one by one. phone.sh makes the phone of it.
 
-    lab/vm.py COMMAND    boots, runs one, prints what it says and ends with its status
+    lab/vm/machine.py COMMAND    boots, runs one, prints what it says and ends with its status
 """
 
 import os
@@ -16,7 +16,7 @@ import sys
 import threading
 from pathlib import Path
 
-REPOSITORY = Path(__file__).resolve().parents[1]
+REPOSITORY = Path(__file__).resolve().parents[2]
 WORK = REPOSITORY / "build" / "vm"
 SYSTEM = WORK / "system"  # kernel, modules and a shell
 RESULTS = WORK / "results"
@@ -38,7 +38,7 @@ ln -s /host/usr/lib/* /lib
 ln -sfn /host{SYSTEM}/lib/modules /lib/modules
 for entry in bin sbin lib64 etc usr; do ln -s /host/$entry /; done
 export PATH=/usr/sbin:/usr/bin MARK='{MARK}'
-exec /bin/sh -ex /host{REPOSITORY}/lab/vm_phone.sh > /dev/console 2>&1
+exec /bin/sh -ex /host{REPOSITORY}/lab/vm/phone.sh > /dev/console 2>&1
 """
 
 
@@ -106,12 +106,12 @@ class Machine:
 
 def main() -> int:
     if len(sys.argv) != 2:
-        print("usage: lab/vm.py COMMAND", file=sys.stderr)
+        print("usage: lab/vm/machine.py COMMAND", file=sys.stderr)
         return 2
     try:
         machine = Machine()
     except FileNotFoundError as error:
-        print(f"lab/vm.py: {error}", file=sys.stderr)
+        print(f"lab/vm/machine.py: {error}", file=sys.stderr)
         return 2
     try:
         status, output = machine.run(sys.argv[1], COMMAND_S)

@@ -4,10 +4,9 @@
 from collections.abc import Sequence
 from pathlib import Path
 
-import plot
-import report
-from scenario_file import Events
-from scenario_report import WIDTH, Timeline, link_bands, stacked, steps
+from lab.report import page, plot
+from lab.scenarios.file import Events
+from lab.scenarios.report import WIDTH, Timeline, link_bands, stacked, steps
 
 WIFI = "wlan0"
 STRONG, WEAK = -30.0, -100.0  # dBm
@@ -36,8 +35,8 @@ def write_page(path: Path, events: Events, readings: Sequence[tuple[float, float
     picture = plot.document(WIDTH, sum(height for _, height in panels), stacked(panels),
                             "A walk away from the access point and back")
     path.with_suffix(".svg").write_text(picture)
-    report.write(path, "lnkd: a walk away from the access point and back", [
-        report.paragraph("A simulated radio, the kernel's own 802.11 code, and a game that plays "
-                         "all the time."),
-        report.figure(picture),
-        report.bullets([f"{when:.1f} s: the game to {link}" for when, link in events.switches])])
+    page.write(path, "lnkd: a walk away from the access point and back", [
+        page.paragraph("A simulated radio, the kernel's own 802.11 code, and a game that plays "
+                       "all the time."),
+        page.figure(picture),
+        page.bullets([f"{when:.1f} s: the game to {link}" for when, link in events.switches])])

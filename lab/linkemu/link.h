@@ -9,7 +9,7 @@
 #include <random>
 #include <string>
 
-#include "fd.h"
+#include "world/sla/fd.h"
 
 namespace lab {
 

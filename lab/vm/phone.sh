@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Makes a phone of a freshly booted machine: a Wi-Fi link to a simulated access point and a cellular
 # link, both to the namespace "internet", with the lab's addresses and servers; then takes commands.
-lab=${0%/*}
+lab=${0%/*}/..
 internet() { ip netns exec internet "$@"; }
 mkdir -p /tmp /run/lab /vendor/etc/sla /system/bin /dev/socket
 mount -t debugfs debugfs /sys/kernel/debug

@@ -7,11 +7,10 @@ A part of the demo: runs in a world, in about a minute.
 from pathlib import Path
 from typing import Any, NamedTuple
 
-import scenario_file
-import scenario_report
-from aggregation_demo import say
-from scenario_file import median, p95
-from scenario_run import Player
+from lab.demo.aggregation import say
+from lab.scenarios import file, report
+from lab.scenarios.file import median, p95
+from lab.scenarios.player import Player
 
 
 class Comparison(NamedTuple):
@@ -26,17 +25,17 @@ ROWS_HEAD = ("the game's round-trip time", "median", "95 % below", "once moved",
 
 def compare(out: Path, name: str = "wifi-degrades") -> Comparison:
     """Plays a scenario with link selection and without; writes OUT/selection.html and .svg."""
-    scenario = scenario_file.read(name)
+    scenario = file.read(name)
     played = []
     for selection in (True, False):
         say(f"A game while its Wi-Fi grows slow, {'with' if selection else 'without'} lnkd")
         played.append(Player(scenario, selection).play())
     out.mkdir(parents=True, exist_ok=True)
     (out / "selection.log").write_text("".join(f"{line}\n" for line in played[0].log))
-    scenario_report.write_page(out / "selection.html", *played)
-    (out / "selection.svg").write_text(scenario_report.picture(*played))
+    report.write_page(out / "selection.html", *played)
+    (out / "selection.svg").write_text(report.picture(*played))
 
-    figures = [scenario_report.figures(one) for one in played]
+    figures = [report.figures(one) for one in played]
     event, moved = figures[0]["event_s"], figures[0]["first_packet_on_better_link_s"]
     recovery = max(when for when, action in scenario.actions if action.startswith("link "))
     spans = [(event, recovery), (recovery if moved is None else event + moved + 1, recovery)]

@@ -21,9 +21,9 @@ from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
 
-from game import Packet
+from lab.game import Packet
 
-FOLDER = Path(__file__).resolve().parent / "scenarios"
+FOLDER = Path(__file__).resolve().parent
 COMPARE = {"<": operator.lt, "<=": operator.le, ">": operator.gt, ">=": operator.ge,
            "==": operator.eq}
 ACTIONS = re.compile(r"(link \S+ .+|interfaces \S+|game (start|stop)|game to [\d.]+:\d+|"

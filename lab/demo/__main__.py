@@ -9,10 +9,9 @@ import subprocess
 import sys
 from pathlib import Path
 
-import aggregation_demo
-import selection_demo
 import world
-from aggregation_demo import paint, say
+from lab.demo import aggregation, selection
+from lab.demo.aggregation import paint, say
 
 
 def main() -> int:
@@ -20,20 +19,20 @@ def main() -> int:
     parser.add_argument("--out", type=Path, required=True, help="folder for the reports")
     out = parser.parse_args().out
     if not world.inside():
-        print("demo.py runs in a world: sudo scripts/demo", file=sys.stderr)
+        print("demo: runs in a world: sudo scripts/demo", file=sys.stderr)
         return 2
     out.mkdir(parents=True, exist_ok=True)
     try:
-        download = aggregation_demo.play(out)
-        aggregation_demo.write_report(download, out)
-        game = selection_demo.compare(out)
+        download = aggregation.play(out)
+        aggregation.write_report(download, out)
+        game = selection.compare(out)
     except (OSError, subprocess.SubprocessError) as error:
         print(f"demo: {error}", file=sys.stderr)
         return 1
     print()
-    aggregation_demo.print_screen(download)
+    aggregation.print_screen(download)
     say("Selection: a game while its Wi-Fi grows slow")
-    selection_demo.print_screen(game)
+    selection.print_screen(game)
     verdicts = [*download.verdicts(), (game.good, game.words)]
     for good, words in verdicts:
         print(paint("ok  ", "32") if good else paint("FAIL", "1;31"), words)

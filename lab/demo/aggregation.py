@@ -17,9 +17,8 @@ from dataclasses import dataclass, field
 from datetime import datetime
 from pathlib import Path
 
-import plot
-import report
 import world
+from lab.report import page, plot
 
 RATES = {"wlan0": 20, "wlan1": 8, "rmnet_data0": 12}  # Mbit/s
 DELAYS = {"wlan0": 5, "wlan1": 10, "rmnet_data0": 25}  # ms each way
@@ -363,24 +362,24 @@ def write_report(result: Result, out: Path) -> None:
     title = f"lnkd: three links, {result.speedup:.2f} times as fast as one"
     (out / "demo.svg").write_text(plot.document(
         picture.width, picture.height + 140, [*picture.body(), *comparison], title))
-    report.write(out / "report.html", title, [
-        report.paragraph(
+    page.write(out / "report.html", title, [
+        page.paragraph(
             f"One file of {FILE_BYTES // 10**6} MB, fetched in {PARTS} ranges, each a connection, "
             f"{PARALLEL} at a time. Links: " + ", ".join(
                 f"{link} {RATES[link]} Mbit/s and {DELAYS[link]} ms each way" for link in RATES)
             + f", each with a queue of {QUEUE_MS} ms. With lnkd, connection tracking adopts no "
             "connection midway (nf_conntrack_tcp_loose=0). Throughput counts whole packets as they "
             f"arrive, sampled every {SAMPLE_S * 1000:.0f} ms; the tables count the file."),
-        *(report.figure(chart.svg()) for chart in charts),
-        report.heading("The three ways"), report.table(WAYS_HEAD, ways_rows(result)),
-        report.heading("Where lnkd's connections went"),
-        report.table(LINKS_HEAD, links_rows(result), words=(3,)),
-        report.paragraph(
+        *(page.figure(chart.svg()) for chart in charts),
+        page.heading("The three ways"), page.table(WAYS_HEAD, ways_rows(result)),
+        page.heading("Where lnkd's connections went"),
+        page.table(LINKS_HEAD, links_rows(result), words=(3,)),
+        page.paragraph(
             "Seen by the server, from the address each connection came from. Expected from the "
             "shares in force when each connection started, dealt twice because the application is "
             "on two lists, the whitelist and that of the second Wi-Fi; chance stays within the "
             f"margin 19 times out of 20. The rules were rebuilt {len(result.rebuilt)} times."),
-        report.heading("What must hold"),
-        report.bullets([f"{'ok' if good else 'FAIL'}: {words}"
+        page.heading("What must hold"),
+        page.bullets([f"{'ok' if good else 'FAIL'}: {words}"
                         for good, words in result.verdicts()]),
     ])
