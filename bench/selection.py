@@ -11,6 +11,8 @@ from functools import partial
 from pathlib import Path
 
 import world
+from lab import links
+from lab.internet import GAME_SERVER, WEB_SERVER, in_internet
 from lab.scenarios.player import CALL_UID, GAME_UID, START_GAME, STOP_GAME, Client
 from measuring import DAEMON, MEMORY, Row, growth_rows, kib, sample
 
@@ -67,7 +69,7 @@ def station(path: str) -> list[Row]:
 def memory_while_playing(daemon: world.Daemon) -> list[Row]:
     """Of a daemon without a game yet: probes and the monitor are on from then."""
     control = world.connect_control()
-    client = Client("game", f"{world.GAME_SERVER}:7000")
+    client = Client("game", f"{GAME_SERVER}:7000")
     world.send_message(control, START_GAME, str(GAME_UID))
     daemon.wait_for("map server is", 20)
     daemon.wait_for(r"\(wlan0\).*longpreviousSpeed size= 10", 60)
@@ -105,20 +107,20 @@ def switching() -> list[Row]:
         tasks = Path(f"/proc/{daemon.process.pid}/task")
         daemon.wait_for("nf_conntrack interface rmnet_data0")
         idle = len(os.listdir(tasks))
-        client = Client("game", f"{world.WEB_SERVER}:7000")
+        client = Client("game", f"{WEB_SERVER}:7000")
 
         def once(change: str) -> float:
-            world.links(*GOOD)
+            links.set_links(*GOOD)
             since = len(daemon.log)
             world.send_message(control, START_GAME, str(GAME_UID))
             # Then it plays on Wi-Fi, and the averages know nothing but good probes.
             daemon.wait_for(r"\(wlan0\).*longpreviousSpeed size= 10", 30, since)
             since, begin = len(daemon.log), time.monotonic()
-            world.links(change)
+            links.set_links(change)
             daemon.wait_for("perform switch rmnet_data0", 30, since)
             daemon.wait_for("resetting hystWindow", 5, since)
             seconds = time.monotonic() - begin
-            world.links(*GOOD)
+            links.set_links(*GOOD)
             world.send_message(control, STOP_GAME, "")
             world.wait_until(lambda: len(os.listdir(tasks)) <= idle, 10, "end of the probes")
             return seconds
@@ -141,7 +143,7 @@ def switching() -> list[Row]:
 class Play:
     """A daemon with a game on two links, one of which is made bad and good again."""
 
-    REFUSAL = ("INPUT", "-s", world.LINKS["wlan0"].address, "-p", "tcp", "--dport", "443",
+    REFUSAL = ("INPUT", "-s", links.LINKS["wlan0"].address, "-p", "tcp", "--dport", "443",
                "-j", "REJECT", "--reject-with", "tcp-reset")
 
     def __init__(self, daemon: world.Daemon):
@@ -152,12 +154,12 @@ class Play:
         """The Wi-Fi grows bad and good again, and the game moves twice."""
         self.cycles += 1
         if self.cycles % TIMEOUT_EVERY == 0:
-            self._change("rmnet_data0", lambda: world.links("wlan0 down"))
-            self._change("wlan0", lambda: world.links("wlan0 up"))
+            self._change("rmnet_data0", lambda: links.set_links("wlan0 down"))
+            self._change("wlan0", lambda: links.set_links("wlan0 up"))
         else:
             for option, target in (("-I", "rmnet_data0"), ("-D", "wlan0")):
                 command = ["iptables", "-w", option, *self.REFUSAL]
-                self._change(target, partial(world.in_internet, command, check=True))
+                self._change(target, partial(in_internet, command, check=True))
         wanted = -(-PROBES * self.cycles * 2 // SWITCHES)
         world.wait_until(lambda: self.count() >= wanted, 30, "probes")
 
@@ -183,15 +185,15 @@ def playing() -> list[Row]:
         "t_hyst_s=0\n")
     world.set_prop("vendor.sla.ifaces", LINKS)
     # A time below 1 ms is not rated. The Wi-Fi has to be rated again and again, cellular once.
-    world.links("wlan0 up delay 0.5", "rmnet_data0 up delay 0.5")
+    links.set_links("wlan0 up delay 0.5", "rmnet_data0 up delay 0.5")
     # UDP only: there is a socket to destroy, and the probes stay with their default target.
-    client = Client("call", f"{world.WEB_SERVER}:5060")
+    client = Client("call", f"{WEB_SERVER}:5060")
     with world.start_daemon(str(DAEMON)) as daemon, world.connect_control() as control:
         play, pid = Play(daemon), daemon.process.pid
         world.send_message(control, START_GAME, str(CALL_UID))
         daemon.wait_for(r"\(rmnet_data0\) \(network level = 10\)", 10)
         daemon.wait_for(r"\(wlan0\) \(network level = 11\)", 10)
-        world.links("rmnet_data0 delay 0")
+        links.set_links("rmnet_data0 delay 0")
         for _ in range(SWITCHES // 20):
             play.cycle()  # until every thread has been everywhere
         before = sample(pid)

@@ -9,16 +9,18 @@ import struct
 import termios
 import time
 from contextlib import contextmanager, suppress
-from pathlib import Path
 
 import pytest
 import world
+from lab import RUN
+from lab.internet import RESPONDER_LOG
+from lab.links import LINKS
 from lab.steering import kernel, shares
 
-CONF = Path("/vendor/etc/sla/lnkd.conf")
-TOOLS = [Path(f"/system/bin/{tool}-wrapper-1.0") for tool in ("iptables", "ip")]
-GATE = f"{world.LAB}/gate"
-ALL_LINKS = ",".join(world.LINKS)
+CONF = world.CONFIGURATION
+TOOLS = list(world.TOOLS.values())
+GATE = f"{RUN}/gate"
+ALL_LINKS = ",".join(LINKS)
 # A sanitizer makes the daemon several times slower, as does an emulated machine.
 SLOW = re.search("asan|tsan", os.environ.get("LNKD_BUILD", "")) or "LNKD_IN_VM" in os.environ
 DEADLINE = 50.0 if SLOW else 10.0
@@ -124,8 +126,7 @@ def wait_for_selection(uid=None, link=None):
 
 def wait_for_probes(server):
     """Waits until the server has seen one."""
-    log = Path(f"{world.LAB}/responder.log")
-    wait_until(lambda: f" {server} probe\n" in log.read_text(), f"probes at {server}")
+    wait_until(lambda: f" {server} probe\n" in RESPONDER_LOG.read_text(), f"probes at {server}")
 
 
 def socket_of(uid, *kind):

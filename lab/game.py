@@ -21,11 +21,11 @@ from typing import NamedTuple, TextIO
 
 if __name__ == "__main__":
     sys.path[0] = str(Path(__file__).resolve().parents[1])
-import world  # noqa: E402
+from lab.links import LINKS  # noqa: E402
 
 TICK_S = 1 / 30
 PATIENCE_S = 1.0  # for an answer, for a connection, and for anything at all
-LINK_OF = {link.address: link.name for link in world.LINKS.values()}
+LINK_OF = {link.address: link.name for link in LINKS.values()}
 
 
 class Packet(NamedTuple):

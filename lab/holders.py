@@ -8,11 +8,12 @@ from contextlib import ExitStack, contextmanager
 
 import world
 from lab.driver import ALL_LINKS, DEADLINE, Phone, gate, wait_until
+from lab.internet import PROBE_SERVER, SLOW_TARGETS, slow_down_probes
 from lab.scenarios.player import GAME_UID, START_GAME, UPDATE_INTERFACES
 
 FOUR, NINE = f"{ALL_LINKS},ccmni0", ",".join(f"usb{n}" for n in range(9))
 TOOLS = {"tool in a handler": "-N zelk_fw_wlan1", "tool in a pass": "-A zelk_SLA"}
-HOLDERS = ["nothing", "game", *TOOLS, *world.SLOW_TARGETS, "period", "no statistics"]
+HOLDERS = ["nothing", "game", *TOOLS, *SLOW_TARGETS, "period", "no statistics"]
 
 
 @contextmanager
@@ -22,8 +23,8 @@ def held(phone: Phone, holder: str) -> Iterator[None]:
         reached = stack.enter_context(gate(TOOLS[holder])) if holder in TOOLS else None
         if holder == "no statistics":
             os.unlink("/proc/sla/config")
-        if holder in world.SLOW_TARGETS:
-            world.slow_down_probes(holder)
+        if holder in SLOW_TARGETS:
+            slow_down_probes(holder)
         world.set_prop("vendor.sla.ifaces", FOUR)
         phone.start("ping_interval_ms=5000000\n" if holder == "period" else "")
         control = stack.enter_context(world.connect_control(DEADLINE))
@@ -34,8 +35,8 @@ def held(phone: Phone, holder: str) -> Iterator[None]:
             world.send_message(control, START_GAME, str(GAME_UID))
         if reached:
             reached()
-        elif holder in world.SLOW_TARGETS:
-            probes = ["ss", "-tnH", "dst", world.PROBE_SERVER]
+        elif holder in SLOW_TARGETS:
+            probes = ["ss", "-tnH", "dst", PROBE_SERVER]
             wait_until(lambda: b"ESTAB" in subprocess.check_output(probes), "a probe in hand")
         else:
             phone.wait_for({"nothing": "preinterfacelist is ccmni0",

@@ -12,8 +12,11 @@ import select
 import signal
 import subprocess
 import sys
+from collections.abc import Mapping, Sequence
 
-from world import construction
+from world import construction, programs
+from world.options import Options
+from world.surroundings import Surroundings
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 CLONE_NEWNS, CLONE_NEWPID, CLONE_NEWNET = 0x00020000, 0x20000000, 0x40000000
@@ -40,11 +43,12 @@ def _pass_on(info: signal.struct_siginfo, pid: int) -> None:
         os.kill(pid, info.si_signo)
 
 
-def run(options: construction.Options, command: list[str]) -> int:
+def run(options: Options, surroundings: Surroundings, command: Sequence[str],
+        environment: Mapping[str, str]) -> int:
     """Runs `command` in a new world; returns its exit status, 128 + n for signal n."""
-    problem = options.problem()
+    problem = options.problem() or surroundings.problem()
     if problem:
-        print(f"phone: {problem}", file=sys.stderr)
+        programs.complain(problem)
         return 2
     signal.pthread_sigmask(signal.SIG_BLOCK, SIGNALS)
     alive, runner = os.pipe()
@@ -52,7 +56,7 @@ def run(options: construction.Options, command: list[str]) -> int:
     pid = os.fork()
     if pid == 0:
         os.close(runner)
-        os._exit(_first_process(options, command, alive))
+        os._exit(_first_process(options, surroundings, command, environment, alive))
     os.close(alive)
     grace = None
     while True:
@@ -71,33 +75,30 @@ def run(options: construction.Options, command: list[str]) -> int:
                 grace = GRACE_S
 
 
-def _first_process(options: construction.Options, command: list[str], alive: int) -> int:
+def _first_process(options: Options, surroundings: Surroundings, command: Sequence[str],
+                   environment: Mapping[str, str], alive: int) -> int:
     try:
         LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
         if select.select([alive], [], [], 0)[0]:  # the runner died before that took effect
             return 1
         _unshare(CLONE_NEWNS | CLONE_NEWNET)
-        construction.build(options)
+        construction.build(options, surroundings)
         if signal.sigpending() & ENDING:
             return 130
-        return _run_command(options, command)
-    except (OSError, subprocess.SubprocessError, construction.Failure) as error:
-        print(f"phone: {error}", file=sys.stderr)
+        return _run_command(command, environment)
+    except (OSError, subprocess.SubprocessError, programs.Failure) as error:
+        programs.complain(str(error))
         return 1
     finally:
         sys.stdout.flush()
         sys.stderr.flush()
 
 
-def _run_command(options: construction.Options, command: list[str]) -> int:
+def _run_command(command: Sequence[str], environment: Mapping[str, str]) -> int:
     try:
-        child = subprocess.Popen(
-            command or construction.shell(),
-            env=construction.environment(options),
-            preexec_fn=_unblock_signals,
-        )
+        child = subprocess.Popen(command, env=environment, preexec_fn=_unblock_signals)
     except OSError as error:
-        print(f"phone: {command[0]}: {error.strerror}", file=sys.stderr)
+        programs.complain(f"{command[0]}: {error.strerror}")
         return 127 if isinstance(error, FileNotFoundError) else 126
     while True:
         info = signal.sigwaitinfo(SIGNALS)
@@ -115,4 +116,4 @@ def _run_command(options: construction.Options, command: list[str]) -> int:
             if pid == child.pid:
                 code = os.waitstatus_to_exitcode(status)
                 return code if code >= 0 else 128 - code
-            construction.report_end(pid, status)
+            programs.report_end(pid, status)

@@ -18,6 +18,8 @@ from datetime import datetime
 from pathlib import Path
 
 import world
+from lab import web
+from lab.links import LINKS, received_bytes, set_links
 from lab.report import page, plot
 
 RATES = {"wlan0": 20, "wlan1": 8, "rmnet_data0": 12}  # Mbit/s
@@ -49,8 +51,8 @@ class Way:
     """One way to download the file, and how it went."""
 
     name: str
-    fetch: world.Fetch = world.Fetch(FILE_BYTES, math.inf, False)
-    accesses: list[world.Access] = field(default_factory=list)
+    fetch: web.Fetch = web.Fetch(FILE_BYTES, math.inf, False)
+    accesses: list[web.Access] = field(default_factory=list)
     times: list[float] = field(default_factory=list)  # s since the start
     rates: dict[str, list[float]] = field(default_factory=dict)  # by link, Mbit/s
 
@@ -64,7 +66,7 @@ def sampling(way: Way) -> Iterator[None]:
     stop = threading.Event()
 
     def counters() -> tuple[float, dict[str, int]]:
-        return time.monotonic(), {link: world.received_bytes(link) for link in RATES}
+        return time.monotonic(), {link: received_bytes(link) for link in RATES}
 
     def work() -> None:
         start, first = counters()
@@ -99,10 +101,10 @@ def sampling(way: Way) -> Iterator[None]:
 
 def download(way: Way) -> Way:
     say(f"Download by the {way.name}" if way.name != "lnkd" else "Download with lnkd")
-    before = len(world.accesses())
+    before = len(web.accesses())
     with sampling(way):
-        way.fetch = world.fetch(UID, "demo", PARTS, PARALLEL)
-    way.accesses = world.accesses(before)
+        way.fetch = web.fetch(UID, "demo", PARTS, PARALLEL)
+    way.accesses = web.accesses(before)
     print(f"  {way.fetch.seconds:.1f} s, {way.fetch.mbit:.1f} Mbit/s", flush=True)
     return way
 
@@ -135,7 +137,7 @@ def equal_cost_route() -> Way:
     old_policy = hash_policy.read_text()
     hash_policy.write_text("1")  # by addresses and ports
     hops = " ".join(f"nexthop via {link.gateway} dev {name} weight 1"
-                    for name, link in world.LINKS.items())
+                    for name, link in LINKS.items())
     output("ip", "route", "replace", "default", *hops.split())
     for rule in masquerading:
         output("iptables", "-t", "nat", "-A", *rule)
@@ -262,10 +264,10 @@ class Result:
 
 
 def play(out: Path) -> Result:
-    world.links(*(f"{link} rate {RATES[link]} delay {DELAYS[link]} queue {QUEUE_MS}"
-                  for link in RATES))
-    world.make_file("demo", FILE_BYTES)
-    world.make_file("stray", 1000 * STRAY_CONNECTIONS)
+    set_links(*(f"{link} rate {RATES[link]} delay {DELAYS[link]} queue {QUEUE_MS}"
+                for link in RATES))
+    web.make_file("demo", FILE_BYTES)
+    web.make_file("stray", 1000 * STRAY_CONNECTIONS)
     before = network_state()
     ways = [download(Way(f"best single link ({DEFAULT})")), equal_cost_route()]
     static_left = sorted(before ^ network_state())
@@ -282,9 +284,9 @@ def play(out: Path) -> Result:
         log = daemon.log[since:]
 
         say(f"{STRAY_CONNECTIONS} connections of UID {STRAY_UID}, which is not on the list")
-        first = len(world.accesses())
-        world.fetch(STRAY_UID, "stray", STRAY_CONNECTIONS, PARALLEL)
-        strays = world.accesses(first)
+        first = len(web.accesses())
+        web.fetch(STRAY_UID, "stray", STRAY_CONNECTIONS, PARALLEL)
+        strays = web.accesses(first)
         stray = {link: sum(access.link == link for access in strays) for link in RATES}
 
         say("Stop lnkd with vendor.sla.enabled=2")

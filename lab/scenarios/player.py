@@ -8,14 +8,14 @@ import sys
 import time
 from dataclasses import dataclass, field
 from datetime import datetime
-from pathlib import Path
 
 import world
-from lab import game
+from lab import RUN, game
+from lab.internet import CALL_PEER, RESPONDER_LOG
+from lab.links import LINKS, set_links
 from lab.scenarios.file import Events, Scenario
 
 GAME_UID, CALL_UID = 10200, 10099
-CALL_PEER = f"{world.WEB_SERVER}:5060"
 UPDATE_INTERFACES, START_GAME, STOP_GAME, VOIP_STATUS = 2, 5, 6, 8
 MESSAGES = {"game start": (START_GAME, str(GAME_UID)), "game stop": (STOP_GAME, ""),
             "call start": (VOIP_STATUS, str(CALL_UID)), "call stop": (VOIP_STATUS, "0")}
@@ -79,7 +79,7 @@ class Client:
 
     def __init__(self, kind: str, server: str):
         self.kind = kind
-        self.file = f"{world.LAB}/{kind}.packets"
+        self.file = f"{RUN}/{kind}.packets"
         uid, flags = (CALL_UID, ["--call"]) if kind == "call" else (GAME_UID, [])
         self.process = subprocess.Popen(
             [sys.executable, game.__file__, server, *flags, f"--uid={uid}",
@@ -160,11 +160,11 @@ class Player:
         self.daemon: world.Daemon | None = None
 
     def play(self) -> Played:
-        Path("/vendor/etc/sla/lnkd.conf").write_text(
+        world.CONFIGURATION.write_text(
             "".join(f"{line}\n" for line in self.scenario.config))
         world.set_prop("vendor.sla.enabled", None)
-        world.links(*(f"{link} up rate 0 delay 0 loss 0" for link in world.LINKS),
-                    *self.scenario.links)
+        set_links(*(f"{link} up rate 0 delay 0 loss 0" for link in LINKS),
+                  *self.scenario.links)
         clean = kernel_state()
         with world.start_daemon() as daemon, world.connect_control() as self.control:
             self.daemon = daemon  # before all else: its log says why, if anything goes wrong
@@ -209,7 +209,7 @@ class Player:
         self.latest = action
         word, _, rest = action.partition(" ")
         if word == "link":
-            world.links(rest)
+            set_links(rest)
         elif word == "interfaces":
             self._tell(UPDATE_INTERFACES, rest)
         elif rest.startswith("to "):
@@ -275,7 +275,7 @@ class Player:
             packets += [packet._replace(sent=packet.sent - self.begin)
                         for packet in game.read_packets(client.file)
                         if packet.sent >= self.begin]
-        for line in Path(f"{world.LAB}/responder.log").read_text().splitlines():
+        for line in RESPONDER_LOG.read_text().splitlines():
             _, begin, _, _, server, kind = line.split()
             if kind == "probe" and float(begin) >= self.begin:
                 events.probed.append((float(begin) - self.begin, server))

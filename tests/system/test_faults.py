@@ -25,7 +25,7 @@ def test_any_configuration_file_is_survived(phone, content, ports):
     if content is not None:
         CONF.write_bytes(content)
     phone.start(conf=None)
-    wait_until(lambda: b" ports=%s\n" % ports in Path(f"{world.LAB}/sla.log").read_bytes(), "ports")
+    wait_until(lambda: b" ports=%s\n" % ports in world.STATISTICS_LOG.read_bytes(), "ports")
     if ports == b"80,443":
         phone.wait_for("read lnkd conf file failed!")
 

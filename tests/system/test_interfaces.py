@@ -5,6 +5,7 @@ import re
 import pytest
 import world
 from lab.driver import ALL_LINKS, settled, wait_for_shares, wait_until
+from lab.links import LINKS
 from lab.steering import kernel, steered
 
 BAD_NAMES = ["wlan0;reboot", "$(id)", "`id`", "a|b", "a b", "%s%n", "wlan1\n", "wl\xe4n", " ", "",
@@ -40,7 +41,7 @@ def test_interfaces_and_lists_become_exactly_these_rules(phone):
         "zelk_fw_wlan1_wrapper": for_uids("zelk_fw_wlan1", 10200),
         "zelk_fw_rmnet_data0_wrapper": for_uids("zelk_fw_rmnet_data0", 10123, 10456),
         "POSTROUTING": ["-j zelk_nat_POSTROUTING_DVX"],
-        "zelk_nat_POSTROUTING_DVX": [f"-o {link} -j MASQUERADE" for link in world.LINKS],
+        "zelk_nat_POSTROUTING_DVX": [f"-o {link} -j MASQUERADE" for link in LINKS],
         "policy": ["fwmark 0x5a lookup wlan0", "fwmark 0x5b lookup wlan1",
                    "fwmark 0x5c lookup rmnet_data0"]}
     phone.order(*orders)

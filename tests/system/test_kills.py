@@ -12,6 +12,7 @@ from contextlib import suppress
 
 import world
 from lab.driver import ALL_LINKS, settled, wait_for_selection
+from lab.links import set_links
 from lab.scenarios.player import CALL_UID, GAME_UID
 
 ROUNDS = int(os.environ.get("LNKD_ROUNDS", "5"))
@@ -22,7 +23,7 @@ ORDERS = [(1, "10123,10456"), (7, "10200"), (2, ALL_LINKS), (2, "wlan0,rmnet_dat
 
 
 def begin(phone):
-    world.links("wlan0 delay 2", "wlan1 delay 61", "rmnet_data0 delay 2")
+    set_links("wlan0 delay 2", "wlan1 delay 61", "rmnet_data0 delay 2")
     phone.start("alpha_percent=1\n")
 
 
@@ -41,7 +42,7 @@ def kill_within(phone, rng, seconds):
     with suppress(TimeoutError), world.connect_control(end - time.monotonic()) as control:
         for order in ORDERS:
             world.send_message(control, *order)
-        deed = rng.choice([lambda: None, lambda: world.links("wlan0 delay 150"),
+        deed = rng.choice([lambda: None, lambda: set_links("wlan0 delay 150"),
                            phone.daemon.process.terminate])
         time.sleep(rng.uniform(0, max(0, end - time.monotonic())))
         deed()

@@ -5,6 +5,7 @@ from contextlib import suppress
 import pytest
 import world
 from lab.driver import ALL_LINKS, DEADLINE, gate, settled, wait_for_shares, wait_until
+from lab.links import LINKS
 from lab.steering import kernel, steered
 
 NAT = "zelk_nat_POSTROUTING_DVX"
@@ -108,7 +109,7 @@ def test_a_start_over_the_ruins_of_a_killed_run_duplicates_nothing(phone):
         phone.order((1, "10123"), (7, "10200"), (2, ALL_LINKS))
         wait_for_shares(wlan0=0.5, wlan1=0.5, rmnet_data0=0)
         rules.append(settled())
-        assert rules[-1] == rules[0] and steered() == sorted(world.LINKS)
+        assert rules[-1] == rules[0] and steered() == sorted(LINKS)
 
 
 def test_a_new_link_gets_its_share_even_when_a_pass_comes_between(phone):

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-import world
 from lab.driver import ALL_LINKS, wait_for_shares
+from lab.links import LINKS
 from lab.steering import set_rates
 
 METERED = {  # kbit/s of wlan0, wlan1 and rmnet_data0, and their shares
@@ -35,7 +35,7 @@ def test_shares_follow_the_measured_rates(phone):
     for mode, cases in (("1", METERED), ("0", UNMETERED)):
         phone.order((18, mode))
         for rates, shares in cases.items():
-            set_rates(**dict(zip(world.LINKS, rates)))
-            wanted = dict(zip(world.LINKS, shares))
+            set_rates(**dict(zip(LINKS, rates)))
+            wanted = dict(zip(LINKS, shares))
             # Rules come in the order of the names, metered links last.
             wait_for_shares(**(wanted if mode == "1" else dict(sorted(wanted.items()))))

@@ -10,7 +10,9 @@ import pytest
 import world
 from lab.driver import (ALL_LINKS, DEADLINE, socket_of, wait_for_probes, wait_for_selection,
                         wait_until)
-from lab.scenarios.player import CALL_PEER, CALL_UID, GAME_UID, Client
+from lab.internet import CALL_PEER, GAME_SERVER, WEB_SERVER, WEB_SERVER6
+from lab.links import LINKS, set_links
+from lab.scenarios.player import CALL_UID, GAME_UID, Client
 
 HIGH_RTT, START, STOP, CALL, BSSIDS, PAIR = 4, 5, 6, 8, 9, "wlan0,rmnet_data0"
 GAME, STOPPED, CALLING = (START, str(GAME_UID)), (STOP, ""), (CALL, str(CALL_UID))
@@ -19,7 +21,7 @@ GAME, STOPPED, CALLING = (START, str(GAME_UID)), (STOP, ""), (CALL, str(CALL_UID
 def sockets_of(uid):
     """Connected, connecting, listening and UDP sockets of an application, IPv4 and IPv6."""
     made = []
-    for family, host in ((socket.AF_INET, world.WEB_SERVER), (socket.AF_INET6, world.WEB_SERVER6)):
+    for family, host in ((socket.AF_INET, WEB_SERVER), (socket.AF_INET6, WEB_SERVER6)):
         connected, connecting, listening = (socket_of(uid, family) for _ in range(3))
         made += connected, connecting, listening, socket_of(uid, family, socket.SOCK_DGRAM)
         connected.connect((host, 8080))
@@ -38,22 +40,22 @@ def fates(sockets):
 def test_a_game_moves_to_the_better_link_and_away_from_a_dead_one(phone):
     """Its flows connect again at once and reach the server by the selected link."""
     phone.start("min_ping_times=2\nalpha_percent=1\n")
-    game = Client("game", f"{world.GAME_SERVER}:7000")
+    game = Client("game", f"{GAME_SERVER}:7000")
     phone.order((2, PAIR), GAME)
     for link, *changes in (("wlan0", "wlan0 delay 40", "rmnet_data0 delay 10"),
                            ("rmnet_data0", "wlan0 delay 110"),
                            ("wlan0", "wlan0 delay 20", "rmnet_data0 down")):
-        world.links(*changes)
+        set_links(*changes)
         wait_for_selection(GAME_UID, link)
         wait_until(lambda: f"on {link}," in game.line(), f"game on {link}")
-    wait_for_probes(f"{world.GAME_SERVER}:7000")
+    wait_for_probes(f"{GAME_SERVER}:7000")
     phone.order(STOPPED)
     wait_for_selection()
 
 
 def test_only_the_sockets_of_a_selected_application_are_destroyed(phone):
     """In every state, at a choice and at the end; a text that is no UID is not the system's."""
-    world.links("wlan1 down")
+    set_links("wlan1 down")
     phone.start()
     phone.order((2, PAIR))
     mine, others = sockets_of(GAME_UID), sockets_of(10999) + sockets_of(0)
@@ -72,7 +74,7 @@ def test_probes_follow_games_calls_and_interfaces(phone, interval, misses):
     """A thread a link and one for the signal, one more in a game, nothing left afterwards; the stop
     comes amid."""
     world.set_prop("vendor.sla.ifaces", PAIR)
-    world.links(*(f"{link} delay 2" for link in world.LINKS))
+    set_links(*(f"{link} delay 2" for link in LINKS))
     phone.start(f"ping_interval_ms={interval}\nmin_ping_times={misses}\n")
     phone.order((2, PAIR))
     idle = phone.held()[1]
@@ -119,13 +121,13 @@ def test_an_access_point_that_nobody_has_told_is_not_asked_for(phone):
 
 def test_a_probe_measures_what_a_handshake_takes(phone):
     """On links of different length, within 1 ms or 5 %; load only adds, so the least counts."""
-    world.links(*(f"{link} delay {ms}" for link, ms in zip(world.LINKS, (1, 8, 30))))
+    set_links(*(f"{link} delay {ms}" for link, ms in zip(LINKS, (1, 8, 30))))
     world.set_prop("vendor.sla.ifaces", ALL_LINKS)
     phone.start()
     phone.order((HIGH_RTT, "121"))
-    for link in world.LINKS:
+    for link in LINKS:
         curl = ["curl", "-so/dev/null", "-w%{time_connect} ", "--interface", link]
-        took = map(float, subprocess.check_output([*curl, f"{world.WEB_SERVER}/[1-19]"]).split())
+        took = map(float, subprocess.check_output([*curl, f"{WEB_SERVER}/[1-19]"]).split())
         least = pytest.approx(min(took) * 1000, abs=1, rel=0.05)
         line = re.compile(rf"rtt is (\d+),device is {link}$", re.MULTILINE)
         wait_until(lambda: least in [min(map(int, line.findall("\n".join(phone.daemon.log))

@@ -10,6 +10,7 @@ from lab import holders
 import pytest
 import world
 from lab.driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, wait_for_shares, wait_until
+from lab.links import LINKS
 from lab.steering import kernel, steered
 
 INTERFACES = 2
@@ -34,7 +35,7 @@ def test_a_tool_that_hangs_is_killed_and_the_rest_is_done(phone):
             os.open(GATE, os.O_WRONLY | os.O_NONBLOCK)
         assert nobody.value.errno == ENXIO
     phone.wait_for("preinterfacelist is rmnet_data0")
-    assert steered() == sorted(world.LINKS)
+    assert steered() == sorted(LINKS)
 
 
 def test_a_second_daemon_ends_at_once_and_changes_nothing(phone):
@@ -64,14 +65,14 @@ def test_a_sleep_lasts_its_period_and_closed_descriptors_are_opened():
     files = [os.readlink(f"/proc/{daemon.pid}/fd/{fd}") for fd in range(3)]
     assert files == ["/dev/null"] * 3
     world.send_message(control, INTERFACES, ALL_LINKS)
-    wait_until(lambda: len(kernel().get("policy", [])) == len(world.LINKS), "links")
+    wait_until(lambda: len(kernel().get("policy", [])) == len(LINKS), "links")
     for _ in range(3):
         for number in (signal.SIGSTOP, signal.SIGCONT):
             daemon.send_signal(number)
         world.send_message(control, INTERFACES, "wlan0")
         wait_until(lambda: len(kernel()["policy"]) == 1, "one link")
         world.send_message(control, INTERFACES, ALL_LINKS)
-        wait_until(lambda: len(kernel()["policy"]) == len(world.LINKS), "links")
+        wait_until(lambda: len(kernel()["policy"]) == len(LINKS), "links")
     assert kernel()["zelk_SLA"] == []
     daemon.terminate()
     assert daemon.wait(DEADLINE) == 0 and kernel() == {}

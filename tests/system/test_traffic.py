@@ -5,8 +5,10 @@ import socket
 from collections import Counter
 from pathlib import Path
 
-import world
+from lab import web
 from lab.driver import ALL_LINKS, DEADLINE, socket_of, wait_for_shares, wait_until
+from lab.internet import WEB_SERVER
+from lab.links import LINKS
 from lab.steering import set_rates
 
 UID, OTHER_UID = 10123, 10999
@@ -19,11 +21,11 @@ def start(phone, *lists):
 
 def links_used(uid, connections, port=80):
     """By which links a UID's new connections reach the web server."""
-    world.make_file("file", 20000)
-    since = len(world.accesses())
-    assert world.fetch(uid, "file", parts=connections, parallel=16, port=port).intact
-    wait_until(lambda: len(world.accesses(since)) >= connections, "lines in the server's log")
-    return Counter(access.link for access in world.accesses(since))
+    web.make_file("file", 20000)
+    since = len(web.accesses())
+    assert web.fetch(uid, "file", parts=connections, parallel=16, port=port).intact
+    wait_until(lambda: len(web.accesses(since)) >= connections, "lines in the server's log")
+    return Counter(access.link for access in web.accesses(since))
 
 
 def sent_packets(link):
@@ -64,18 +66,18 @@ def test_only_listed_applications_leave_the_default_link(phone):
 def test_a_connection_stays_on_its_link_while_the_shares_change(phone):
     """New rules and a link that goes are for new connections; a running one keeps its mark."""
     start(phone, 1, 7)
-    world.make_file("long", 8 << 20)
+    web.make_file("long", 8 << 20)
     set_rates(wlan0=0, wlan1=0, rmnet_data0=1000)
     wait_for_shares(wlan0=0, wlan1=0, rmnet_data0=1)
     client = socket_of(UID)
     client.settimeout(DEADLINE)
     client.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 16)
-    client.connect((world.WEB_SERVER, 80))
+    client.connect((WEB_SERVER, 80))
     stream = client.makefile("rb")
     client.sendall(b"GET /long HTTP/1.0\r\n\r\n")
     others = sent_packets("wlan0") + sent_packets("wlan1")
     for rates in ({"wlan1": 1900}, {"rmnet_data0": 1000}) * 3:
-        set_rates(**dict.fromkeys(world.LINKS, 0) | rates)
+        set_rates(**dict.fromkeys(LINKS, 0) | rates)
         wait_for_shares(**{"wlan0": 0.1, "wlan1": 0.9, "rmnet_data0": 0} if "wlan1" in rates else
                         {"wlan0": 0, "wlan1": 0, "rmnet_data0": 1})
         before = sent_packets("rmnet_data0")
@@ -84,4 +86,4 @@ def test_a_connection_stays_on_its_link_while_the_shares_change(phone):
     phone.order((2, "wlan0,rmnet_data0"))
     assert len(stream.read()) > 2 << 20
     assert sent_packets("wlan0") + sent_packets("wlan1") == others
-    assert wait_until(world.accesses, "line in the server's log")[0].link == "rmnet_data0"
+    assert wait_until(web.accesses, "line in the server's log")[0].link == "rmnet_data0"

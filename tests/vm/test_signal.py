@@ -7,13 +7,13 @@ import subprocess
 import time
 from pathlib import Path
 
-import world
 from lab.driver import DEADLINE, wait_until
 from lab.game import read_packets
+from lab.internet import WEB_SERVER, in_internet
 from lab.scenarios.player import GAME_UID, Client, Observer
 from lab.vm import signal_report
 
-GAME = f"{world.WEB_SERVER}:7000"
+GAME = f"{WEB_SERVER}:7000"
 STATION, BSSID = "02:00:00:00:00:00", "02:00:00:00:01:00"
 RADIO = Path("/sys/kernel/debug/ieee80211/phy1/hwsim/rx_rssi")  # the access point's
 WINDOW_S = 12  # in which no second switch is made
@@ -33,7 +33,7 @@ def set_signal(dbm):
 
 
 def access_point(*command):
-    world.in_internet(["hostapd_cli", "-p/run/hostapd", *command], check=True, capture_output=True)
+    in_internet(["hostapd_cli", "-p/run/hostapd", *command], check=True, capture_output=True)
 
 
 def start(phone, conf="", bssid=BSSID):

@@ -6,6 +6,7 @@
 //
 //   slastat LOG VOIP_PEER [INTERFACE...]
 //
+// VOIP_PEER is "A.B.C.D:PORT", or empty while nobody knows whom a call is with.
 // The files of the named interfaces are there, not yet initialised, from the
 // start: a real module makes a file before the write that asks for it returns,
 // which a reader of a FIFO cannot.
@@ -92,7 +93,7 @@ class Module {
         } else if (key == "voip_enable") {
             m_voip = value == "1";
             publishVoip();
-        } else if (key == "voip_peer") {  // the lab's own: whom the next call is with
+        } else if (key == "voip_peer") {  // not the module's: whom the next call is with
             setVoipPeer(value);
         } else if (key != "protocols" && key != "ports" && key != "voip_uid") {
             std::fprintf(stderr, "slastat: \"%s\": not a command\n", text.c_str());
@@ -160,7 +161,8 @@ int run(int argc, char** argv) {
         return 2;
     }
     Module module(argv[1]);
-    module.setVoipPeer(argv[2]);
+    if (argv[2][0] != '\0')
+        module.setVoipPeer(argv[2]);
     for (int i = 3; i < argc; ++i)
         module.makeRing(argv[i]);
     serve(module);
