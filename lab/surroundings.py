@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the lab puts around a phone: emulated links, and the internet behind them."""
 
+import os
 from collections.abc import Sequence
 from pathlib import Path
 
@@ -18,7 +19,7 @@ A phone in a box. lnkd is on the PATH if it is built; its log goes to the termin
   links     wlan0 wlan1 rmnet_data0     echo 'wlan0 rate 20 delay 30 loss 1' > /run/lab/links
   servers   203.0.113.10 ports 80 443 8080 (web), 7000 7001 (game); 8.8.8.8:443 (probe)
   run there nsenter --net=/run/netns/internet COMMAND
-  see       /run/lab/sla.log  /run/lab/access.log  /proc/sla/
+  see       /run/world/sla.log  /run/lab/access.log  /proc/sla/
 END
 """
 
@@ -35,6 +36,7 @@ class Lab(Surroundings):
         return programs.lacking([self._emulator], ["nginx", "nsenter"], ["/dev/net/tun"])
 
     def connect(self) -> None:
+        os.mkdir(RUN)
         internet.make_namespace()
         programs.wait_ready(start_emulator(self._emulator, internet.NAMESPACE))
 

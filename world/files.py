@@ -70,7 +70,7 @@ def make_root(devices: Iterable[str]) -> None:
         os.symlink(f"/proc/self/{target}", f"/dev/{name}")
     _mount("sysfs", "/sys", "sysfs")
     _mount("proc", f"{RUN}/proc", "proc")
-    _bind(f"{RUN}/proc", "/proc")  # until labprocfs covers it
+    _bind(f"{RUN}/proc", "/proc")  # until slaprocfs covers it
     try:
         os.chdir(here)
     except OSError:
@@ -83,7 +83,7 @@ def fill(options: Options, links: Iterable[Link]) -> None:
     # Kept open by this process, the one that lasts as long as the world: a
     # writer must never wait for a reader.
     os.open(f"{RUN}/sla/config", os.O_RDWR | os.O_NONBLOCK | os.O_CLOEXEC)
-    programs.run(options.build / "world/labprocfs")
+    programs.run(options.build / "world/slaprocfs")
     if options.conf:
         shutil.copyfile(options.conf, CONFIGURATION)
     PROPERTIES.write_text("".join(f"{prop}\n" for prop in options.props))

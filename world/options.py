@@ -20,7 +20,7 @@ class Options:
         """What keeps this world from being built, in a sentence; empty when nothing does."""
         if os.geteuid() != 0:
             return "only root can build a world: use sudo"
-        built = [self.build / "world" / name for name in ("slastat", "labprocfs")]
+        built = [self.build / "world" / name for name in ("slastat", "slaprocfs")]
         if problem := programs.lacking(built, ["ip", "iptables"], ["/dev/fuse"]):
             return problem
         if self.conf and not self.conf.is_file():

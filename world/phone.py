@@ -3,7 +3,7 @@
 
 from pathlib import Path
 
-RUN = "/run/lab"  # what is the world's own: nothing of the phone's
+RUN = "/run/world"  # what is the world's own: nothing of the phone's
 STATISTICS_LOG = Path(f"{RUN}/sla.log")
 CONFIGURATION = Path("/vendor/etc/sla/lnkd.conf")
 PROPERTIES = Path("/vendor/build.prop")

@@ -13,6 +13,8 @@
 
 namespace lab {
 
+using world::Fd;
+
 using Nanoseconds = std::int64_t;  // of the monotonic clock
 constexpr Nanoseconds kNever = std::numeric_limits<Nanoseconds>::max();
 

@@ -22,6 +22,11 @@
 namespace lab {
 namespace {
 
+using world::checked;
+using world::die;
+using world::Fifo;
+using world::sayReady;
+
 Fd openTun(const std::string& name) {
     Fd device = checked(open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC), "/dev/net/tun");
     ifreq request{};

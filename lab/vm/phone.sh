@@ -3,7 +3,7 @@
 # link, both to the namespace "internet", with the lab's addresses and servers; then takes commands.
 lab=${0%/*}/..
 internet() { ip netns exec internet "$@"; }
-mkdir -p /tmp /run/lab /vendor/etc/sla /system/bin /dev/socket
+mkdir -p /tmp /run/lab /run/world /vendor/etc/sla /system/bin /dev/socket
 mount -t debugfs debugfs /sys/kernel/debug
 ln -s /busybox /modprobe
 echo /modprobe > /proc/sys/kernel/modprobe
@@ -11,8 +11,8 @@ for tool in iptables ip; do
     printf '#!/busybox sh\nexec /usr/sbin/%s "$@"\n' $tool > /system/bin/$tool-wrapper-1.0
 done
 chmod +x /system/bin/*
-{ cat /etc/iproute2/rt_tables; echo 1001 wlan0; echo 1003 rmnet_data0; } > /run/lab/rt_tables
-mount --bind /run/lab/rt_tables /etc/iproute2/rt_tables
+{ cat /etc/iproute2/rt_tables; echo 1001 wlan0; echo 1003 rmnet_data0; } > /run/world/rt_tables
+mount --bind /run/world/rt_tables /etc/iproute2/rt_tables
 
 ip netns add internet
 /modprobe mac80211_hwsim radios=2

@@ -11,7 +11,7 @@
 #include <string>
 #include <utility>
 
-namespace lab {
+namespace world {
 
 // Owner of one file descriptor; -1 is none.
 class Fd {
@@ -35,7 +35,7 @@ class Fd {
     int m_fd = -1;
 };
 
-// Ends the program: without the thing that failed there is no lab.
+// Ends the program: without the thing that failed there is no world.
 [[noreturn]] inline void die(const std::string& what) {
     std::fprintf(stderr, "%s: %s: %s\n", program_invocation_short_name, what.c_str(),
                  std::strerror(errno));
@@ -82,4 +82,4 @@ inline void sayReady() {
     std::fflush(stdout);
 }
 
-}  // namespace lab
+}  // namespace world

@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr char kRealProc[] = "/run/lab/proc";
-constexpr char kStatistics[] = "/run/lab/sla";
+constexpr char kRealProc[] = "/run/world/proc";
+constexpr char kStatistics[] = "/run/world/sla";
 constexpr double kForever = 1e6;  // s
 
 std::string target(const std::string& path) {
@@ -74,7 +74,7 @@ int main() {
     operations.getattr = getAttributes;
     operations.readlink = readLink;
     operations.readdir = readDirectory;
-    std::string arguments[] = {"labprocfs", "-s", "-o", "allow_other,fsname=labproc", "/proc"};
+    std::string arguments[] = {"slaprocfs", "-s", "-o", "allow_other,fsname=slaproc", "/proc"};
     char* argv[5];
     for (int i = 0; i < 5; ++i)
         argv[i] = arguments[i].data();

@@ -6,7 +6,7 @@
 
 #include <atomic>
 
-namespace lab {
+namespace world {
 
 namespace {
 
@@ -105,4 +105,4 @@ void Ring::append(std::uint64_t timestamp, std::uint64_t bytes, std::uint8_t typ
     m_file->writeIndex.store((slot + 1) % kRecords, std::memory_order_release);
 }
 
-}  // namespace lab
+}  // namespace world

@@ -7,7 +7,7 @@
 
 #include "fd.h"
 
-namespace lab {
+namespace world {
 
 // The statistics file of one interface: a ring of byte counts that a reader in
 // another process maps and walks backwards from the newest record.
@@ -41,4 +41,4 @@ class Ring {
     std::uint64_t m_lastTraffic = 0;
 };
 
-}  // namespace lab
+}  // namespace world

@@ -23,7 +23,7 @@
 
 #include "ring.h"
 
-namespace lab {
+namespace world {
 namespace {
 
 constexpr char kControl[] = "/proc/sla/config";
@@ -169,8 +169,8 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
-}  // namespace lab
+}  // namespace world
 
 int main(int argc, char** argv) {
-    return lab::run(argc, argv);
+    return world::run(argc, argv);
 }
