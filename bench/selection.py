@@ -12,9 +12,10 @@ from pathlib import Path
 
 import world
 from lab import links
+from lab.client import CALL_UID, GAME_UID, Client
 from lab.internet import GAME_SERVER, WEB_SERVER, in_internet
-from lab.scenarios.player import CALL_UID, GAME_UID, START_GAME, STOP_GAME, Client
 from measuring import DAEMON, MEMORY, Row, growth_rows, kib, sample
+from world.control import START_GAME, STOP_GAME
 
 LINKS = "wlan0,rmnet_data0"
 GOOD = ("wlan0 up delay 10", "rmnet_data0 up delay 20")  # ms each way

@@ -17,38 +17,16 @@ import statistics
 import sys
 import time
 from pathlib import Path
-from typing import NamedTuple, TextIO
+from typing import TextIO
 
-if __name__ == "__main__":
-    sys.path[0] = str(Path(__file__).resolve().parents[1])
+sys.path[0] = str(Path(__file__).resolve().parents[1])
+
+from lab.client import Packet  # noqa: E402
 from lab.links import LINKS  # noqa: E402
 
 TICK_S = 1 / 30
 PATIENCE_S = 1.0  # for an answer, for a connection, and for anything at all
 LINK_OF = {link.address: link.name for link in LINKS.values()}
-
-
-class Packet(NamedTuple):
-    """One line of a packet file: what was sent, and what became of it."""
-
-    sent: float  # s since the epoch
-    protocol: str
-    rtt: float  # ms; PATIENCE_S for one that was lost, or that could not even be sent
-    link: str  # that the server saw it on, or "lost"
-
-    @property
-    def lost(self) -> bool:
-        return self.link == "lost"
-
-    @property
-    def answered(self) -> float:
-        return self.sent + self.rtt / 1000
-
-
-def read_packets(path: str) -> list[Packet]:
-    with open(path, encoding="ascii") as lines:
-        fields = [line.split() for line in lines]
-    return [Packet(float(sent), protocol, float(rtt), link) for sent, protocol, rtt, link in fields]
 
 
 class Flow:
@@ -191,5 +169,4 @@ def main() -> None:
     play([Flow(kind, protocol, args.server) for protocol in protocols], out)
 
 
-if __name__ == "__main__":
-    main()
+main()

@@ -7,9 +7,10 @@ from collections.abc import Iterator
 from contextlib import ExitStack, contextmanager
 
 import world
+from lab.client import GAME_UID
 from lab.driver import ALL_LINKS, DEADLINE, Phone, gate, wait_until
 from lab.internet import PROBE_SERVER, SLOW_TARGETS, slow_down_probes
-from lab.scenarios.player import GAME_UID, START_GAME, UPDATE_INTERFACES
+from world.control import START_GAME, UPDATE_INTERFACES
 
 FOUR, NINE = f"{ALL_LINKS},ccmni0", ",".join(f"usb{n}" for n in range(9))
 TOOLS = {"tool in a handler": "-N zelk_fw_wlan1", "tool in a pass": "-A zelk_SLA"}

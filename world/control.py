@@ -7,6 +7,7 @@ import struct
 from world.waiting import wait_until
 
 CONTROL_SOCKET = "/dev/socket/lnkd"
+UPDATE_INTERFACES, START_GAME, STOP_GAME, VOIP_STATUS = 2, 5, 6, 8  # numbers of messages
 
 
 def connect_control(deadline: float = 5.0) -> socket.socket:

@@ -8,8 +8,8 @@ from pathlib import Path
 from typing import Any, NamedTuple
 
 from lab.demo.aggregation import say
+from lab.events import median, p95
 from lab.scenarios import file, report
-from lab.scenarios.file import median, p95
 from lab.scenarios.player import Player
 
 

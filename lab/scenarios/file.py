@@ -10,57 +10,23 @@
     TIME ACTION                  s from the beginning; the last action ends it
     expect WHAT
 
-README.md lists actions and expectations.
+lab/README.md lists actions and expectations.
 """
 
 import operator
 import re
-import statistics
 from collections.abc import Callable
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
 
-from lab.game import Packet
+from lab.events import Events, median, p95
 
 FOLDER = Path(__file__).resolve().parent
 COMPARE = {"<": operator.lt, "<=": operator.le, ">": operator.gt, ">=": operator.ge,
            "==": operator.eq}
 ACTIONS = re.compile(r"(link \S+ .+|interfaces \S+|game (start|stop)|game to [\d.]+:\d+|"
                      r"call (start|stop))$")
-
-
-@dataclass
-class Events:
-    """What happened, times in s from the beginning."""
-
-    rtt: dict[str, list[tuple[float, float]]] = field(default_factory=dict)  # link: ms, as probed
-    misses: dict[str, list[float]] = field(default_factory=dict)  # link: failed probes
-    levels: dict[str, list[tuple[float, int]]] = field(default_factory=dict)
-    gone: dict[str, list[float]] = field(default_factory=dict)  # link: when it left the choice
-    chosen: list[tuple[float, str]] = field(default_factory=list)  # the first choice included
-    refused: list[tuple[float, str]] = field(default_factory=list)  # better, not yet allowed
-    killed: list[tuple[float, int]] = field(default_factory=list)
-    probed: list[tuple[float, str]] = field(default_factory=list)  # server, as seen there
-    packets: dict[str, list[Packet]] = field(default_factory=dict)  # of "game" and "call"
-    left: list[str] = field(default_factory=list)  # what is still there after the end
-
-    @property
-    def switches(self) -> list[tuple[float, str]]:
-        """Choices of another link than the one before; the first is none."""
-        return [now for before, now in zip(self.chosen, self.chosen[1:]) if before[1] != now[1]]
-
-    def times(self, who: str, since: float = 0, until: float = 1e9) -> list[float]:
-        """Answer times of what was sent then, in ms; a loss counts as all its patience."""
-        return [p.rtt for p in self.packets.get(who, []) if since <= p.sent < until]
-
-
-def median(values: list[float]) -> float:
-    return statistics.median(values) if values else float("nan")
-
-
-def p95(values: list[float]) -> float:
-    return statistics.quantiles(values, n=20)[-1] if len(values) > 1 else float("nan")
 
 
 def _first(times: list[float], since: float) -> float | None:

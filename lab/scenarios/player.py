@@ -4,107 +4,19 @@
 import os
 import re
 import subprocess
-import sys
 import time
 from dataclasses import dataclass, field
-from datetime import datetime
 
 import world
-from lab import RUN, game
+from lab.client import CALL_UID, GAME_UID, Client, read_packets
+from lab.events import Events, Observer
 from lab.internet import CALL_PEER, RESPONDER_LOG
 from lab.links import LINKS, set_links
-from lab.scenarios.file import Events, Scenario
+from lab.scenarios.file import Scenario
+from world.control import START_GAME, STOP_GAME, UPDATE_INTERFACES, VOIP_STATUS
 
-GAME_UID, CALL_UID = 10200, 10099
-UPDATE_INTERFACES, START_GAME, STOP_GAME, VOIP_STATUS = 2, 5, 6, 8
 MESSAGES = {"game start": (START_GAME, str(GAME_UID)), "game stop": (STOP_GAME, ""),
             "call start": (VOIP_STATUS, str(CALL_UID)), "call stop": (VOIP_STATUS, "0")}
-
-STAMP = re.compile(r"\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}")
-PROBED = re.compile(r"TCPing cacla rtt is (\d+),device is (\S+)")
-MISSED = re.compile(r"Ping (?:Miss|FAIL) for RTT interface \((\S+)\)")
-LEVEL = re.compile(r"cacl Interface Level interface \((\S+)\) \(network level = (\d+)\)")
-SWITCH = re.compile(r"SLA_RTT_SELECTED perform switch (\S+)")
-BEST = re.compile(r"\(best Interface (\S+)\) \(networklevel")
-REFUSED = "SLA_LINK in cycle, switch not allowed"
-GONE = re.compile(r"m_slsInterfaceMap del (\S+)")
-DESTROYED = re.compile(r"Destroyed (\d+) sockets for UID")
-
-
-class Observer:
-    """Reads the daemon's log into events, as far as it has come."""
-
-    def __init__(self, log: list[str], begin: float):
-        self.events = Events()
-        self._log = log
-        self._begin = begin
-        self._year = datetime.fromtimestamp(begin).year
-        self._next = 0
-        self._best = ""
-
-    def time(self, line: str) -> float:
-        """When a line was written, in s from the beginning."""
-        stamp = datetime.strptime(f"{self._year}-{line[:18]}", "%Y-%m-%d %H:%M:%S.%f")
-        return stamp.timestamp() - self._begin
-
-    def catch_up(self) -> Events:
-        events = self.events
-        while self._next < len(self._log):
-            line = self._log[self._next]
-            self._next += 1
-            if not STAMP.match(line):
-                continue
-            if match := PROBED.search(line):
-                events.rtt.setdefault(match[2], []).append((self.time(line), float(match[1])))
-            elif match := MISSED.search(line):
-                events.misses.setdefault(match[1], []).append(self.time(line))
-            elif match := LEVEL.search(line):
-                levels = events.levels.setdefault(match[1], [])
-                levels.append((self.time(line), int(match[2])))
-            elif match := SWITCH.search(line):
-                events.chosen.append((self.time(line), match[1]))
-            elif match := BEST.search(line):
-                self._best = match[1]
-            elif REFUSED in line and events.chosen and events.chosen[-1][1] != self._best:
-                events.refused.append((self.time(line), self._best))
-            elif match := GONE.search(line):
-                events.gone.setdefault(match[1], []).append(self.time(line))
-            elif match := DESTROYED.search(line):
-                events.killed.append((self.time(line), int(match[1])))
-        return events
-
-
-class Client:
-    """A game or a call, in a process of its own."""
-
-    def __init__(self, kind: str, server: str):
-        self.kind = kind
-        self.file = f"{RUN}/{kind}.packets"
-        uid, flags = (CALL_UID, ["--call"]) if kind == "call" else (GAME_UID, [])
-        self.process = subprocess.Popen(
-            [sys.executable, game.__file__, server, *flags, f"--uid={uid}",
-             f"--packets={self.file}"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        assert self.process.stdout
-        os.set_blocking(self.process.stdout.fileno(), False)
-        self.last = ""
-
-    def line(self) -> str:
-        """What it said last."""
-        assert self.process.stdout
-        for line in self.process.stdout:
-            self.last = line.strip().partition("  ")[2]
-        return self.last
-
-    def move(self, server: str) -> None:
-        assert self.process.stdin
-        self.process.stdin.write(f"{server}\n")
-        self.process.stdin.flush()
-
-    def end(self) -> None:
-        if self.process.poll() is None:
-            assert self.process.stdin
-            self.process.stdin.close()
-            self.process.wait(5)
 
 
 def kernel_state() -> set[str]:
@@ -273,7 +185,7 @@ class Player:
         for client in self.files:
             packets = events.packets.setdefault(client.kind, [])
             packets += [packet._replace(sent=packet.sent - self.begin)
-                        for packet in game.read_packets(client.file)
+                        for packet in read_packets(client.file)
                         if packet.sent >= self.begin]
         for line in RESPONDER_LOG.read_text().splitlines():
             _, begin, _, _, server, kind = line.split()

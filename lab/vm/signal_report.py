@@ -4,9 +4,9 @@
 from collections.abc import Sequence
 from pathlib import Path
 
+from lab.events import Events
 from lab.report import page, plot
-from lab.scenarios.file import Events
-from lab.scenarios.report import WIDTH, Timeline, link_bands, stacked, steps
+from lab.report.timeline import WIDTH, Timeline, link_bands, stacked, steps
 
 WIFI = "wlan0"
 STRONG, WEAK = -30.0, -100.0  # dBm

@@ -8,11 +8,11 @@ from errno import ECONNABORTED
 
 import pytest
 import world
+from lab.client import CALL_UID, GAME_UID, Client
 from lab.driver import (ALL_LINKS, DEADLINE, socket_of, wait_for_probes, wait_for_selection,
                         wait_until)
 from lab.internet import CALL_PEER, GAME_SERVER, WEB_SERVER, WEB_SERVER6
 from lab.links import LINKS, set_links
-from lab.scenarios.player import CALL_UID, GAME_UID, Client
 
 HIGH_RTT, START, STOP, CALL, BSSIDS, PAIR = 4, 5, 6, 8, 9, "wlan0,rmnet_data0"
 GAME, STOPPED, CALLING = (START, str(GAME_UID)), (STOP, ""), (CALL, str(CALL_UID))

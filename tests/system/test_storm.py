@@ -6,10 +6,10 @@ import time
 
 import world
 from lab import web
+from lab.client import Client
 from lab.driver import ALL_LINKS, gate
 from lab.internet import GAME_SERVER, WEB_SERVER, slow_down_probes
 from lab.links import LINKS, set_links
-from lab.scenarios.player import Client
 from lab.steering import kernel
 
 STORM_S = 5

@@ -7,10 +7,10 @@ import subprocess
 import time
 from pathlib import Path
 
+from lab.client import GAME_UID, Client, read_packets
 from lab.driver import DEADLINE, wait_until
-from lab.game import read_packets
+from lab.events import Observer
 from lab.internet import WEB_SERVER, in_internet
-from lab.scenarios.player import GAME_UID, Client, Observer
 from lab.vm import signal_report
 
 GAME = f"{WEB_SERVER}:7000"
