@@ -29,5 +29,4 @@ class Options:
 
     def environment(self) -> dict[str, str]:
         """That of a command in the world: it finds what was built before what is installed."""
-        path = f"{self.build}:{self.build}/world:{programs.SYSTEM_PATH}"
-        return os.environ | {"PATH": path}
+        return os.environ | {"PATH": f"{self.build}:{programs.SYSTEM_PATH}"}

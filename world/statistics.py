@@ -13,7 +13,7 @@ Record = tuple[int, int, int, int]  # timestamp in ms, bytes, type, flag
 
 
 class Ring:
-    """The statistics file of an interface, for a test in the module's place or for a look at it."""
+    """The statistics file of an interface, to take the module's place or to look at it."""
 
     MAGIC = 0x686A7379
     RECORDS = 1279
