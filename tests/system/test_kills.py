@@ -11,9 +11,9 @@ import time
 from contextlib import suppress
 
 import world
+from lab.client import CALL_UID, GAME_UID
 from lab.driver import ALL_LINKS, settled, wait_for_selection
 from lab.links import set_links
-from lab.client import CALL_UID, GAME_UID
 
 ROUNDS = int(os.environ.get("LNKD_ROUNDS", "5"))
 SEED = int(os.environ.get("LNKD_SEED", "1"))

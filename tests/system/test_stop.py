@@ -6,9 +6,9 @@ import signal
 import subprocess
 from errno import ENXIO
 
-from lab import holders
 import pytest
 import world
+from lab import holders
 from lab.driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, wait_for_shares, wait_until
 from lab.links import LINKS
 from lab.steering import kernel, steered
