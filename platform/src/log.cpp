@@ -4,7 +4,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -33,31 +32,41 @@ std::string linePrefix(int prio, const char* tag) {
     return prefix;
 }
 
-// Whether a control character stands at `at`: one byte, or, from U+0080 to U+009F, two in UTF-8.
-// The length of it, 0 for none.
-size_t controlLength(std::string_view text, size_t at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    if (byte < 0x20 || byte == 0x7F) {
-        return 1;
+// Bytes of the printable character at `at`, in UTF-8; 0 when there is a control character, of
+// ASCII or from U+0080 to U+009F, or no character at all.
+size_t printableLength(std::string_view text, size_t at) {
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = byte(at);
+    if (lead < 0x80) {
+        return lead < 0x20 || lead == 0x7F ? 0 : 1;
     }
-    const bool isPair = byte == 0xC2 && at + 1 < text.size();
-    return isPair && static_cast<unsigned char>(text[at + 1]) < 0xA0 ? 2 : 0;
+    const size_t length = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    if (length == 0 || length > text.size() - at) {
+        return 0;
+    }
+    for (size_t i = at + 1; i < at + length; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) {
+            return 0;
+        }
+    }
+    // Longer than the character needs, or a control character in two bytes.
+    const bool isFalse = (lead == 0xE0 || lead == 0xC2) && byte(at + 1) < 0xA0;
+    return isFalse || (lead == 0xF0 && byte(at + 1) < 0x90) ? 0 : length;
 }
 
 // Appends a line of a message. What a client sent is part of many: its control characters must not
 // reach the terminal of whoever reads the log.
 void appendPrintable(std::string& out, std::string_view line) {
-    size_t escaped = 0;  // bytes of the present character that are still to be written as numbers
-    for (size_t i = 0; i < line.size(); ++i) {
-        escaped = std::max(escaped, controlLength(line, i));
-        if (escaped == 0) {
-            out.push_back(line[i]);
+    for (size_t i = 0; i < line.size();) {
+        const size_t length = printableLength(line, i);
+        if (length > 0) {
+            out.append(line.substr(i, length));
+            i += length;
             continue;
         }
         char number[8];
-        snprintf(number, sizeof(number), "\\x%02x", static_cast<unsigned char>(line[i]));
+        snprintf(number, sizeof(number), "\\x%02x", static_cast<unsigned char>(line[i++]));
         out.append(number);
-        --escaped;
     }
 }
 

@@ -151,8 +151,8 @@ void SlaStatsImpl::evalAndSetSLAInterfaceRatio() {
             m_slaInterfaceMap, *table, process, static_cast<float>(meteredSum),
             static_cast<float>(unmeteredSum), static_cast<float>(unmeteredMax), ratioLogIsDue());
     if (moved || (!m_sharesKnown && !m_slaInterfaceMap.empty())) {
-        rules->set_SLA_ratio_iptables(m_slaInterfaceMap, *table);
-        m_sharesKnown = true;
+        const bool built = rules->set_SLA_ratio_iptables(m_slaInterfaceMap, *table) == 0;
+        m_sharesKnown = m_sharesKnown || built;
     }
 }
 

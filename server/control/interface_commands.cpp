@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,13 @@ std::string lastDblWlanWhitelist;
 
 bool contains(const std::vector<std::string>& names, const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// A name that the table had no room for is not known: the next list may find some.
+bool lacksRoom(const std::string& name) {
+    const Parameters* const parameters = commandParameters();
+    return parameters != nullptr && isInterfaceName(name) &&
+           parameters->findInterface(name) == nullptr;
 }
 
 // Takes a whitelist, unless it equals the last one, into the parameter store and the rules.
@@ -79,7 +87,9 @@ int updateInterfaces(const char* list) {
             addInterfaces(name.c_str());
         }
     }
-    previousInterfaces = current;
+    previousInterfaces.clear();
+    std::copy_if(current.begin(), current.end(), std::back_inserter(previousInterfaces),
+                 [](const std::string& name) { return !lacksRoom(name); });
     for (const std::string& name : previousInterfaces) {
         LNKD_LOGI("preinterfacelist is %s", name.c_str());
     }

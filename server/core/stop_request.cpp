@@ -19,8 +19,8 @@ using std::chrono::steady_clock;
 constexpr int kStopSignals[] = {SIGTERM, SIGINT, SIGHUP};
 constexpr milliseconds kLookInterval(20);
 
-std::atomic<bool> signalTaken{false};
-std::atomic<bool> stopAsked{false};
+std::atomic<bool> signalTaken{false};  // by the main thread
+std::atomic<bool> stopAsked{false};    // by a signal that was seen pending, or by requestStop()
 
 sigset_t stopSignals() {
     sigset_t signals;
@@ -52,7 +52,11 @@ void blockStopSignals() {
 }
 
 bool stopRequested() {
-    return stopAsked || signalTaken || isSignalPending();
+    // Remembered: a signal that the main thread takes is not pending any more, and not yet taken.
+    if (!stopAsked && isSignalPending()) {
+        stopAsked = true;
+    }
+    return stopAsked || signalTaken;
 }
 
 void requestStop() {

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -88,23 +87,25 @@ int32_t IptablesManager::removeFwmarkChain(const InterfaceInfo_t& record, bool o
 
 uint32_t IptablesManager::removePolicyRule(const InterfaceInfo_t& record, bool othersStay) {
     const InterfaceSnapshot table = Parameters::instance()->interfaces();
-    std::vector<const InterfaceInfo_t*> sharers;
+    std::vector<const InterfaceInfo_t*> staying;
     for (const auto& [name, other] : *table) {
-        if (parseFwmark(other->fwmark) == parseFwmark(record.fwmark)) {
-            sharers.push_back(other.get());
+        if (othersStay && name != record.name &&
+            parseFwmark(other->fwmark) == parseFwmark(record.fwmark)) {
+            staying.push_back(other.get());
         }
     }
-    uint32_t failed = 0;
-    for (const InterfaceInfo_t* const sharer : sharers) {
-        failed += runCommand("/system/bin/ip-wrapper-1.0 -4 rule del fwmark %s prio 30000",
-                             sharer->fwmark);
+    uint32_t failed = deletePolicyRule(record);
+    for (const InterfaceInfo_t* const other : staying) {
+        failed += deletePolicyRule(*other);
     }
-    for (const InterfaceInfo_t* const sharer : sharers) {
-        if (othersStay && strcmp(sharer->name, record.name) != 0) {
-            failed += addPolicyRule(*sharer);
-        }
+    for (const InterfaceInfo_t* const other : staying) {
+        failed += addPolicyRule(*other);
     }
     return failed;
+}
+
+uint32_t IptablesManager::deletePolicyRule(const InterfaceInfo_t& record) {
+    return runCommand("/system/bin/ip-wrapper-1.0 -4 rule del fwmark %s prio 30000", record.fwmark);
 }
 
 uint32_t IptablesManager::addPolicyRule(const InterfaceInfo_t& record) {

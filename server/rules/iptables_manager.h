@@ -114,10 +114,11 @@ class IptablesManager {
     static int32_t removeFwmarkChain(const InterfaceInfo_t& record, bool othersStay)
             EXCLUDES(chainMutex);
     // The kernel deletes the first policy rule with a mark, whichever interface's it is: so those
-    // of all interfaces of the table that share it go, and those that stay are added again, in
-    // name order. Returns the sum of the commands' results.
+    // of others that share it and stay go as well, and are added again, in name order. Returns the
+    // sum of the commands' results.
     static uint32_t removePolicyRule(const InterfaceInfo_t& record, bool othersStay);
     static uint32_t addPolicyRule(const InterfaceInfo_t& record);
+    static uint32_t deletePolicyRule(const InterfaceInfo_t& record);
 
     // One rule of zelk_SLA: a new web connection goes to the link's chain with its share of what
     // `assigned` left. Returns the command's result.

@@ -32,6 +32,13 @@ constexpr milliseconds kLookInterval(20);
 constexpr microseconds kShortestNap(100);
 constexpr microseconds kLongestNap(5000);
 
+constexpr char kVendorShell[] = "/vendor/bin/sh";
+
+// The phone's policy lets vendor programs run the shell of their own partition only.
+const char* shellPath() {
+    return access(kVendorShell, X_OK) == 0 ? kVendorShell : _PATH_BSHELL;
+}
+
 // Starts the shell with its output in `output`. Returns its process number, or -1.
 pid_t spawnShell(const char* line, int output) {
     posix_spawn_file_actions_t files;
@@ -46,13 +53,15 @@ pid_t spawnShell(const char* line, int output) {
     posix_spawnattr_setpgroup(&attributes, 0);
     sigset_t signals;
     sigfillset(&signals);
+    sigdelset(&signals, SIGKILL);  // these two have no other, and cannot be set
+    sigdelset(&signals, SIGSTOP);
     posix_spawnattr_setsigdefault(&attributes, &signals);
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&attributes, &signals);
 
     const char* const arguments[] = {"sh", "-c", line, nullptr};
     pid_t pid = -1;
-    const int error = posix_spawn(&pid, _PATH_BSHELL, &files, &attributes,
+    const int error = posix_spawn(&pid, shellPath(), &files, &attributes,
                                   const_cast<char* const*>(arguments), environ);
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
@@ -137,7 +146,9 @@ bool ShellCommand::finish() {
         std::this_thread::sleep_for(nap);
         m_outOfTime = timeLeft().count() == 0;
     }
-    if (!isReaped()) {
+    // Before the shell is reaped, which may have ended and left others behind: until then nobody
+    // else can get the number of its group.
+    if (m_pid > 0) {
         kill(-m_pid, SIGKILL);
         const Clock::time_point deadline = Clock::now() + kTimeToDie;
         while (!isReaped() && Clock::now() < deadline) {

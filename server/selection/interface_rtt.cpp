@@ -74,9 +74,7 @@ void InterfaceRtt::setThreadRunning(bool on) {
         m_threadRunning.store(on, std::memory_order_relaxed);
     }
     m_sleepCond.notify_all();
-    if (on) {
-        m_liveSocket.allow();
-    } else {
+    if (!on) {
         m_liveSocket.end();
     }
 }

@@ -5,8 +5,8 @@
 
 namespace lnkd {
 
-// The socket of the probe in hand, where another thread can end that probe: on a socket that is
-// shut down every call returns at once. So nobody waits for a target that is slow on purpose.
+// The socket of the probe in hand, where another thread can end that probe: a call that waits on it
+// returns when it is shut down. So nobody waits for a target that is slow on purpose.
 class LiveSocket {
   public:
     // Makes `fd`, which stays the caller's, the live one. False when probes have been ended.
@@ -16,7 +16,7 @@ class LiveSocket {
 
     // Ends the probe in hand, if there is one, and refuses those to come.
     void end() EXCLUDES(m_mutex);
-    // Lets them come again.
+    // Lets them come again, for a new thread.
     void allow() EXCLUDES(m_mutex);
 
   private:

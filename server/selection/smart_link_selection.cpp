@@ -150,6 +150,7 @@ void SmartLinkSelection::startThread(InterfaceRtt& record) {
     if (record.m_thread.joinable()) {
         return;
     }
+    record.m_liveSocket.allow();
     record.m_thread = Thread([&record] { makeRawPingFunc(&record); });
     if (!record.m_thread.joinable()) {
         LNKD_LOGE("no probe thread for interface %s", record.m_ifaceName);

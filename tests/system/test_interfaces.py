@@ -80,7 +80,8 @@ def test_a_list_counts_a_name_once_and_the_table_holds_sixteen(phone):
     assert refused == names[16:]
     assert world.statistics_commands().count("enable=0") == 16
     phone.order((2, "rmnet_data39"))
-    assert "zelk_fw_rmnet_data0" not in kernel()
+    rules = kernel()
+    assert "zelk_fw_rmnet_data39" in rules and "zelk_fw_rmnet_data0" not in rules
 
 
 def test_an_invalid_name_reaches_neither_a_command_nor_the_module(phone):

@@ -7,12 +7,13 @@ LNKD_ROUNDS=40 LNKD_SEED=7 scripts/test system killed
 import os
 import random
 import re
+import subprocess
 import time
 from contextlib import suppress
 
 import world
 from lab.client import CALL_UID, GAME_UID
-from lab.driver import ALL_LINKS, settled, wait_for_selection
+from lab.driver import ALL_LINKS, settled, wait_for_selection, wait_until
 from lab.links import set_links
 
 ROUNDS = int(os.environ.get("LNKD_ROUNDS", "5"))
@@ -42,13 +43,15 @@ def kill_within(phone, rng, seconds):
     with suppress(TimeoutError), world.connect_control(end - time.monotonic()) as control:
         for order in ORDERS:
             world.send_message(control, *order)
-        deed = rng.choice([lambda: None, lambda: set_links("wlan0 delay 150"),
-                           phone.daemon.process.terminate])
+        deed = rng.choice(
+            [lambda: None, lambda: set_links("wlan0 delay 150"), phone.daemon.process.terminate])
         time.sleep(rng.uniform(0, max(0, end - time.monotonic())))
         deed()
         time.sleep(max(0, end - time.monotonic()))
     phone.daemon.process.kill()
     phone.daemon.process.wait()
+    tools = ["pgrep", "-f", "/system/bin/"]
+    wait_until(lambda: subprocess.run(tools, stdout=subprocess.DEVNULL).returncode == 1, "tools")
 
 
 def test_a_run_over_the_ruins_of_a_killed_one_is_like_the_first(phone):

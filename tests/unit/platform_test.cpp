@@ -15,7 +15,8 @@ TEST(Log, WritesAMessageWholeWithAPrefixForEachLine) {
     const std::pair<std::string, std::string> cases[] = {
             {"text\n", "#text\n"},
             {"a\nb\n\n", "#a\n#b\n#\n"},
-            {"\x1b[2J\r\t\x7f\xc2\x9b é！", "#\\x1b[2J\\x0d\\x09\\x7f\\xc2\\x9b é！\n"},
+            {"\x1b[2J\r\t\x7f\xc2\x9b\x9b é！\xc2]",
+             "#\\x1b[2J\\x0d\\x09\\x7f\\xc2\\x9b\\x9b é！\\xc2]\n"},
             {large, '#' + large + '\n'}};
     for (const auto& [text, expected] : cases) {
         const int saved = dup(STDERR_FILENO);

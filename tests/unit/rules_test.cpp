@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "core/parameters.h"
+#include "core/stop_request.h"
 #include "private_world.h"
 #include "rules/iptables_manager.h"
 #include "rules/shell_command.h"
@@ -111,6 +112,25 @@ TEST(ShellCommand, HasNothingOfTheDaemonsSignalsGroupOrInput) {
     EXPECT_TRUE(shell.finish());
     const std::regex own("SigBlk:\t0+\nSigIgn:\t[0-9a-f]+0{7}\n(\\d+)\n *\\1\n");
     EXPECT_TRUE(std::regex_match(all, own)) << all;
+}
+
+TEST(ShellCommand, EndsWithAllThatItStarted) {
+    requestStop();  // or it would take ten seconds
+    ShellCommand shell("sleep 777 & echo $!");
+    char line[20] = {};
+    EXPECT_TRUE(shell.readLine(line, sizeof(line)));
+    EXPECT_FALSE(shell.readLine(line + 10, 10)) << "the time is over, the output is not";
+    EXPECT_FALSE(shell.finish());
+    // Whoever adopted it may not wait for it.
+    const std::regex ended("\\d+ \\(sleep\\) [ZX] .*|");
+    std::string state("?");
+    for (int look = 0; look < 500 && !std::regex_match(state, ended); ++look) {
+        usleep(10000);
+        std::ifstream file("/proc/" + std::to_string(atoi(line)) + "/stat");
+        state.clear();
+        std::getline(file, state);
+    }
+    EXPECT_TRUE(std::regex_match(state, ended)) << state;
 }
 
 using MarkCount = PrivateWorld;

@@ -26,8 +26,8 @@ typedef enum android_LogPriority {
 //
 // to standard error with a single write, so that messages of many threads stay whole. One newline
 // at the end of the text is not doubled; a newline inside it starts a further line with the same
-// prefix; other control characters are written as \xNN. Returns the number of bytes written, or a
-// negative errno value. Thread-safe.
+// prefix; other control characters, and bytes that are not UTF-8, are written as \xNN. Returns the
+// number of bytes written, or a negative errno value. Thread-safe.
 int __android_log_print(int prio, const char* tag, const char* fmt, ...)
         __attribute__((__format__(printf, 3, 4)));
 
