@@ -2,7 +2,6 @@
 #include "core/single_instance.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 
 #include <cerrno>
 #include <cstring>
@@ -21,10 +20,14 @@ constexpr char kLockFile[] = "/dev/socket/lnkd.lock";
 
 InstanceLock takeInstanceLock(android::base::unique_fd& lock) {
     lock.reset(open(kLockFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (lock.ok() && flock(lock.get(), LOCK_EX | LOCK_NB) == 0) {
+    // A lock of the process, not of the open file: that would live on in a child which a killed
+    // daemon was just starting.
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    if (lock.ok() && fcntl(lock.get(), F_SETLK, &whole) == 0) {
         return InstanceLock::kTaken;
     }
-    if (lock.ok() && errno == EWOULDBLOCK) {
+    if (lock.ok() && (errno == EAGAIN || errno == EACCES)) {
         return InstanceLock::kHeld;
     }
     LNKD_LOGE("no lock on %s, a second daemon is not kept out: %s", kLockFile, strerror(errno));
