@@ -9,7 +9,7 @@ from errno import ENXIO
 import pytest
 import world
 from lab import holders
-from lab.driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, wait_for_shares, wait_until
+from lab.driver import ALL_LINKS, CONF, DEADLINE, GATE, gate, settled, wait_until
 from lab.links import LINKS
 from lab.steering import kernel, steered
 
@@ -42,8 +42,7 @@ def test_a_second_daemon_ends_at_once_and_changes_nothing(phone):
     """Until the first has taken down what is its own, even when that stays, disabled."""
     phone.start()
     phone.order((INTERFACES, "wlan0"))
-    wait_for_shares(wlan0=1)
-    rules, done = kernel(), world.tool_commands()
+    rules, done = settled(), world.tool_commands()
     second = subprocess.run("lnkd", stderr=subprocess.PIPE, timeout=DEADLINE)
     assert (second.returncode, second.stderr.count(b"\n")) == (1, 1)
     assert (kernel(), world.tool_commands()) == (rules, done)
