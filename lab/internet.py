@@ -2,12 +2,11 @@
 """The internet behind the links: a network namespace with the servers' addresses."""
 
 import subprocess
-from collections.abc import Sequence
+from collections.abc import Iterable, Sequence
 from pathlib import Path
-from typing import Any
+from typing import Any, Protocol
 
 from lab import RUN
-from lab.links import LINKS
 from world import network, programs
 
 NAME = "internet"
@@ -24,6 +23,14 @@ RESPONDER = Path(__file__).resolve().parent / "responder.py"
 RESPONDER_LOG = Path(f"{RUN}/responder.log")
 
 
+class Near(Protocol):
+    """A link, as far as the internet knows it."""
+
+    far: str  # the device on this side
+    gateway: str  # its address, with 24 bits of network
+    gateway6: str  # with 64 bits; empty: no IPv6
+
+
 def in_internet(argv: Sequence[str], **options: Any) -> subprocess.CompletedProcess[Any]:
     """subprocess.run on the servers' side of the links."""
     return subprocess.run([*COMMAND, *argv], **options)
@@ -33,17 +40,17 @@ def make_namespace() -> None:
     programs.run("ip", "netns", "add", NAME)
 
 
-def set_up() -> None:
+def set_up(links: Iterable[Near]) -> None:
     """Gives the far ends of the links and the servers their addresses."""
     network.accept_detours(COMMAND)
     lines = ["link set lo up"]
     lines += [f"addr add {server}/32 dev lo"
               for server in (WEB_SERVER, GAME_SERVER, PROBE_SERVER)]
     lines += [f"addr add {WEB_SERVER6}/128 dev lo nodad"]
-    for link in LINKS.values():
-        lines += [*network.bring_up(link.far),
-                  f"addr add {link.gateway}/24 dev {link.far}",
-                  f"addr add {link.gateway6}/64 dev {link.far} nodad"]
+    for link in links:
+        lines += [*network.bring_up(link.far), f"addr add {link.gateway}/24 dev {link.far}"]
+        if link.gateway6:
+            lines.append(f"addr add {link.gateway6}/64 dev {link.far} nodad")
     network.batch(lines, COMMAND)
 
 

@@ -3,6 +3,7 @@
 
 import os
 import subprocess
+from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -35,8 +36,8 @@ def received_bytes(link: str) -> int:
     return int(Path(f"/sys/class/net/{link}/statistics/rx_bytes").read_text())
 
 
-def start_emulator(program: Path, namespace: str) -> subprocess.Popen[str]:
-    """Makes both ends of all links, the far ones in that network namespace."""
+def start_emulator(program: Path, namespace: str, devices: Sequence[str]) -> subprocess.Popen[str]:
+    """Makes both ends of all links, "NEAR:FAR" or "NEAR:FAR:ethernet", the far ones in that
+    network namespace."""
     os.mkfifo(CONTROL, 0o600)
-    devices = [f"{link.name}:{link.far}" for link in LINKS.values()]
     return programs.start(program, CONTROL, namespace, *devices)

@@ -38,10 +38,11 @@ class Lab(Surroundings):
     def connect(self) -> None:
         os.mkdir(RUN)
         internet.make_namespace()
-        programs.wait_ready(start_emulator(self._emulator, internet.NAMESPACE))
+        devices = [f"{link.name}:{link.far}" for link in self.links]
+        programs.wait_ready(start_emulator(self._emulator, internet.NAMESPACE, devices))
 
     def furnish(self) -> None:
-        internet.set_up()
+        internet.set_up(self.links)
         responder = internet.start_responder()
         web.start_server()
         Path(f"{RUN}/bashrc").write_text(SHELL_RC)

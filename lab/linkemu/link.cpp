@@ -106,12 +106,12 @@ void Direction::clear() {
     m_waitingBytes = 0;
 }
 
-Link::Link(std::string name, Fd phone, Fd internet)
+Link::Link(std::string name, Fd near, Fd internet)
     : m_name(std::move(name)),
-      m_phone(std::move(phone)),
+      m_near(std::move(near)),
       m_internet(std::move(internet)),
-      m_up(m_settings, m_phone.get(), m_internet.get()),
-      m_down(m_settings, m_internet.get(), m_phone.get()) {}
+      m_up(m_settings, m_near.get(), m_internet.get()),
+      m_down(m_settings, m_internet.get(), m_near.get()) {}
 
 void Link::apply(const LinkSettings& settings) {
     m_settings = settings;

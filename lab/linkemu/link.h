@@ -76,7 +76,7 @@ class Direction {
 // A pair of TUN devices and the two directions between them.
 class Link {
   public:
-    Link(std::string name, Fd phone, Fd internet);
+    Link(std::string name, Fd near, Fd internet);
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;
 
@@ -89,7 +89,7 @@ class Link {
   private:
     std::string m_name;
     LinkSettings m_settings;
-    Fd m_phone;
+    Fd m_near;
     Fd m_internet;
     Direction m_up;
     Direction m_down;

@@ -3,7 +3,7 @@
 // The link emulator: forwards between TUN devices of two network namespaces
 // with a delay, a rate and a loss for each link, set by lines on a FIFO.
 //
-//   linkemu CONTROL NETNS PHONE_DEVICE:INTERNET_DEVICE...
+//   linkemu CONTROL NETNS NEAR_DEVICE:INTERNET_DEVICE[:ethernet]...
 #include <linux/if_tun.h>
 #include <net/if.h>
 #include <sched.h>
@@ -27,10 +27,11 @@ using world::die;
 using world::Fifo;
 using world::sayReady;
 
-Fd openTun(const std::string& name) {
+// A device that carries IP packets, or Ethernet frames.
+Fd openTun(const std::string& name, bool ethernet) {
     Fd device = checked(open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC), "/dev/net/tun");
     ifreq request{};
-    request.ifr_flags = IFF_TUN | IFF_NO_PI;
+    request.ifr_flags = static_cast<short>((ethernet ? IFF_TAP : IFF_TUN) | IFF_NO_PI);
     name.copy(request.ifr_name, IFNAMSIZ - 1);
     if (ioctl(device.get(), TUNSETIFF, &request) != 0)
         die(name);
@@ -160,18 +161,23 @@ void armTimer(int timer, Nanoseconds due) {
 
 int run(int argc, char** argv) {
     if (argc < 4) {
-        std::fputs("usage: linkemu CONTROL NETNS PHONE_DEVICE:INTERNET_DEVICE...\n", stderr);
+        std::fputs("usage: linkemu CONTROL NETNS NEAR_DEVICE:INTERNET_DEVICE[:ethernet]...\n",
+                   stderr);
         return 2;
     }
     Fifo control(argv[1]);
     std::vector<std::string> names;
     std::vector<std::string> farNames;
+    std::vector<bool> ethernet;
     std::vector<Fd> near;
     for (int i = 3; i < argc; ++i) {
-        const std::string pair = argv[i];
-        names.push_back(pair.substr(0, pair.find(':')));
-        farNames.push_back(pair.substr(pair.find(':') + 1));
-        near.push_back(openTun(names.back()));
+        std::istringstream words(argv[i]);
+        std::string kind;
+        std::getline(words, names.emplace_back(), ':');
+        std::getline(words, farNames.emplace_back(), ':');
+        std::getline(words, kind);
+        ethernet.push_back(kind == "ethernet");
+        near.push_back(openTun(names.back(), ethernet.back()));
     }
     const Fd netns = checked(open(argv[2], O_RDONLY | O_CLOEXEC), argv[2]);
     if (setns(netns.get(), CLONE_NEWNET) != 0)
@@ -180,7 +186,7 @@ int run(int argc, char** argv) {
     std::deque<Link> links;  // a link never moves: its directions point at its settings
     std::vector<std::pair<int, Direction*>> directions;
     for (std::size_t i = 0; i < names.size(); ++i) {
-        Fd far = openTun(farNames[i]);
+        Fd far = openTun(farNames[i], ethernet[i]);
         const int nearFd = near[i].get();
         const int farFd = far.get();
         Link& link = links.emplace_back(names[i], std::move(near[i]), std::move(far));
