@@ -7,16 +7,21 @@ import struct
 from world.waiting import wait_until
 
 CONTROL_SOCKET = "/dev/socket/lnkd"
-UPDATE_INTERFACES, START_GAME, STOP_GAME, VOIP_STATUS = 2, 5, 6, 8  # numbers of messages
+# Numbers of messages.
+SET_WHITELIST, UPDATE_INTERFACES, START_GAME, STOP_GAME = 1, 2, 5, 6
+SET_DOUBLE_WLAN, VOIP_STATUS, SET_METERED = 7, 8, 18
 
 
-def connect_control(deadline: float = 5.0) -> socket.socket:
-    """Connects to the control socket as soon as it is there. The daemon serves one connection."""
+def connect_control(deadline: float = 5.0, root: str = "") -> socket.socket:
+    """Connects to the control socket as soon as it is there. The daemon serves one connection.
+
+    `root` is the world's root directory, for who is not in it.
+    """
 
     def attempt() -> socket.socket | None:
         client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         try:
-            client.connect(CONTROL_SOCKET)
+            client.connect(root + CONTROL_SOCKET)
             return client
         except (FileNotFoundError, ConnectionRefusedError):
             client.close()

@@ -1,0 +1,89 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The command: the machine's files and the user's rights, in the network of the world."""
+
+import contextlib
+import ctypes
+import os
+import pwd
+import signal
+from collections.abc import Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+from world import programs
+
+LIBC = ctypes.CDLL(None, use_errno=True)
+CLONE_NEWNS, CLONE_NEWNET = 0x00020000, 0x40000000
+MS_BIND, MS_REC, MS_SLAVE = 0x1000, 0x4000, 1 << 19
+PR_SET_PDEATHSIG = 1
+RESOLVER = "/etc/resolv.conf"
+
+
+@dataclass(frozen=True)
+class User:
+    uid: int
+    gid: int
+    name: str
+    home: str
+    shell: str
+
+    def environment(self) -> dict[str, str]:
+        """What sudo left, as it was before sudo."""
+        mine = {key: value for key, value in os.environ.items() if not key.startswith("SUDO_")}
+        return mine | {"HOME": self.home, "USER": self.name, "LOGNAME": self.name,
+                       "SHELL": self.shell}
+
+
+def caller() -> User:
+    """Who called sudo; who runs this when nobody did."""
+    uid = int(os.environ.get("SUDO_UID", os.getuid()))
+    gid = int(os.environ.get("SUDO_GID", os.getgid()))
+    try:
+        entry = pwd.getpwuid(uid)
+    except KeyError:
+        return User(uid, gid, str(uid), "/", "/bin/sh")
+    return User(uid, gid, entry.pw_name, entry.pw_dir, entry.pw_shell or "/bin/sh")
+
+
+def start(command: Sequence[str], user: User, network: int, resolver: Path | None) -> int:
+    """Starts it in the network namespace of that descriptor; its process number."""
+    pid = os.fork()
+    if pid:
+        return pid
+    status = 126
+    try:
+        _enter(network, resolver)
+        _become(user)
+        os.execvpe(command[0], list(command), user.environment())
+    except OSError as error:
+        programs.complain(f"{command[0]}: {error.strerror}")
+        status = 127 if isinstance(error, FileNotFoundError) else 126
+    finally:
+        os._exit(status)
+
+
+def _enter(network: int, resolver: Path | None) -> None:
+    _checked(LIBC.setns(network, CLONE_NEWNET), "its network")
+    if resolver:
+        _checked(LIBC.unshare(CLONE_NEWNS), "its mounts")
+        _checked(LIBC.mount(None, b"/", None, MS_REC | MS_SLAVE, None), "its mounts")
+        _checked(LIBC.mount(os.fsencode(resolver), os.fsencode(os.path.realpath(RESOLVER)), None,
+                            MS_BIND, None), RESOLVER)
+
+
+def _become(user: User) -> None:
+    if user.uid:
+        with contextlib.suppress(KeyError):
+            os.initgroups(user.name, user.gid)
+        os.setresgid(user.gid, user.gid, user.gid)
+        os.setresuid(user.uid, user.uid, user.uid)
+    # Without its world it has no links: it is told as if its terminal had gone.
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGHUP)
+    for number in (signal.SIGPIPE, signal.SIGTTOU):
+        signal.signal(number, signal.SIG_DFL)
+    signal.pthread_sigmask(signal.SIG_SETMASK, [])
+
+
+def _checked(result: int, what: str) -> None:
+    if result != 0:
+        raise OSError(ctypes.get_errno(), f"{what}: {os.strerror(ctypes.get_errno())}")

@@ -1,0 +1,46 @@
+# SPDX-License-Identifier: Apache-2.0
+"""One run at a time on a machine."""
+
+import fcntl
+import os
+
+from host import RUN, Refusal
+
+
+class Lock:
+    """It ends with the process, however that ends."""
+
+    def __init__(self) -> None:
+        self._path = RUN / "lock"
+        while True:
+            RUN.mkdir(mode=0o755, exist_ok=True)
+            self._file = open(self._path, "a+", encoding="ascii")
+            try:
+                fcntl.flock(self._file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            except BlockingIOError:
+                self._file.seek(0)
+                raise Refusal(f"already running, as process {self._file.read()}; --join runs "
+                              "a command in a world that is up") from None
+            if self._is_current():
+                break
+        self._file.truncate(0)
+        self._file.write(str(os.getpid()))
+        self._file.flush()
+
+    def _is_current(self) -> bool:
+        """Whether the run before has not removed the file meanwhile."""
+        try:
+            return os.path.samestat(os.fstat(self._file.fileno()), os.stat(self._path))
+        except FileNotFoundError:
+            return False
+
+    def leave_to_parent(self) -> None:
+        """In a child: it may outlive the run by a moment, the lock may not."""
+        self._file.close()
+
+    def release(self) -> None:
+        """Leaves nothing below /run."""
+        for file in RUN.iterdir():
+            file.unlink()
+        RUN.rmdir()
+        self._file.close()

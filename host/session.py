@@ -1,0 +1,142 @@
+# SPDX-License-Identifier: Apache-2.0
+"""One run: the world, its daemon, the machine's side, the command; and everything's end."""
+
+import contextlib
+import os
+import signal
+from collections.abc import Callable, Iterator, Sequence
+from dataclasses import dataclass, field
+from pathlib import Path
+
+from host import RUN, changes, checks, command, resolver
+from host.changes import Changes
+from host.lanes import Lane
+from host.lock import Lock
+from host.phone import Phone
+from host.uplinks import Uplink
+from world import control, programs
+from world.options import Options
+
+LOG = "/var/log/lnkd-host.log"
+ENDING = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
+SIGNALS = ENDING | {signal.SIGCHLD, signal.SIGIO}
+SI_KERNEL = 0x80
+TURN_S = 1.0  # what has no descriptor is looked at as often
+
+
+@dataclass
+class Setup:
+    """What a run is to be."""
+
+    options: Options
+    lanes: Sequence[Lane]
+    machine: dict[str, Uplink]
+    game: bool = False
+    verbose: bool = False
+    quiet: bool = False
+    log: str = LOG
+    steps: list[changes.Step] = field(default_factory=list)
+
+    def prepare(self) -> None:
+        """Makes the list of steps, for a machine as it is now."""
+        self.steps = changes.plan(self.lanes, self.machine, checks.filters_forwarding())
+
+
+class Session:
+    """A world that is up, with its links on the machine's uplinks."""
+
+    def __init__(self, setup: Setup, phone: Phone, applied: Changes):
+        self.setup = setup
+        self.phone = phone
+        self.changes = applied
+        self.resolver: Path | None = None
+        self.turns: list[Callable[[], None]] = []  # what is done at each turn of the loop
+
+    def up(self) -> list[Lane]:
+        """The lanes whose uplink is there."""
+        return [lane for lane in self.setup.lanes
+                if (uplink := self.setup.machine.get(lane.device)) and uplink.routed]
+
+    def tell_links(self) -> None:
+        self.phone.send(control.UPDATE_INTERFACES, ",".join(lane.name for lane in self.up()))
+
+    def steer(self, uids: Sequence[int], before: Sequence[int] = ()) -> None:
+        """Tells the daemon whose traffic it is about, and waits until it has taken it."""
+        if self.setup.game:
+            self._tell_players(uids, before)
+        else:
+            self._tell_users(uids)
+        self.phone.wait_for(lambda: self.phone.steered() == set(uids), "the daemon's rules")
+
+    def _tell_users(self, uids: Sequence[int]) -> None:
+        # On each list only where it counts: on both, connections are dealt twice.
+        text = ",".join(map(str, uids)) or "NULL"
+        names = {lane.name for lane in self.setup.lanes}
+        if "wlan1" in names:
+            self.phone.send(control.SET_DOUBLE_WLAN, text)
+        if "rmnet_data0" in names or "wlan1" not in names:
+            self.phone.send(control.SET_WHITELIST, text)
+
+    def _tell_players(self, uids: Sequence[int], before: Sequence[int]) -> None:
+        if before:
+            self.phone.send(control.STOP_GAME, "")
+        if uids:
+            self.phone.send(control.START_GAME, ",".join(map(str, uids)))
+
+    def begin(self) -> None:
+        """What the daemon needs to know but for the users."""
+        metered = any(lane.metered for lane in self.setup.lanes)
+        self.phone.send(control.SET_METERED, str(int(metered)))
+        self.tell_links()
+        names = {lane.name for lane in self.up()}
+        self.phone.wait_for(lambda: names <= set(self.phone.shares()), "the daemon's shares")
+        self.write_resolver()
+
+    def write_resolver(self) -> None:
+        """In place: who has it mounted sees the new servers."""
+        text = resolver.contents()
+        if text:
+            self.resolver = RUN / "resolv.conf"
+            self.resolver.write_text(text)
+        elif not self.resolver:
+            programs.complain("no name server but this machine itself is known, which is not "
+                              "reached in there: names will not be resolved")
+
+    def turn(self) -> None:
+        for each in self.turns:
+            each()
+
+
+@contextlib.contextmanager
+def opened(setup: Setup, lock: Lock) -> Iterator[Session]:
+    """Builds everything, and takes it away at the end of the block."""
+    applied = Changes(setup.verbose)
+    phone = None
+    try:
+        if setup.log:
+            Path(setup.log).write_text("")
+        phone = Phone(setup.options, setup.lanes, setup.log, lock)
+        applied.apply(setup.steps, phone.namespace)
+        phone.start()
+        session = Session(setup, phone, applied)
+        session.begin()
+        yield session
+    finally:
+        if phone:
+            phone.stop()
+        applied.undo()
+
+
+def run(session: Session, argv: Sequence[str], user: command.User) -> int:
+    """Runs the command to its end; returns its exit status, 128 + n for signal n."""
+    pid = command.start(argv, user, session.phone.network, session.resolver)
+    while True:
+        info = signal.sigtimedwait(SIGNALS, TURN_S)
+        # The terminal has already sent its Ctrl-C to everyone in the foreground.
+        if info and info.si_signo in ENDING and info.si_code != SI_KERNEL:
+            os.kill(pid, info.si_signo)
+        ended, status = os.waitpid(pid, os.WNOHANG)
+        if ended:
+            code = os.waitstatus_to_exitcode(status)
+            return code if code >= 0 else 128 - code
+        session.turn()
