@@ -181,6 +181,7 @@ class Changes:
             if each.undo:
                 with contextlib.suppress(Failure):
                     self.run(each.undo)
+        OLD_SYSCTLS.unlink(missing_ok=True)
         self.clean()
 
     def clean(self) -> bool:

@@ -13,7 +13,7 @@ from pathlib import Path
 
 from host.lanes import Lane
 from host.lock import Lock
-from world import launch
+from world import launch, programs
 from world.control import connect_control, send_message
 from world.options import Options
 from world.phone import RUN
@@ -43,6 +43,12 @@ class Veths(Surroundings):
             raise Failure("the machine's side of the links was not made")
         # A repeated SYN may be dealt another link; the answer to the first must not be adopted.
         _set("netfilter/nf_conntrack_tcp_loose", 0)
+
+    def furnish(self) -> None:
+        # A change of a UID list empties the daemon's entry filter for a moment, and a packet
+        # without its mark would break its connection.
+        programs.run("iptables", "-w", "-t", "mangle", "-A", "OUTPUT", "-m", "mark", "--mark", "0",
+                     "-m", "connmark", "!", "--mark", "0", "-j", "CONNMARK", "--restore-mark")
 
 
 def _set(name: str, value: int) -> None:
@@ -101,10 +107,10 @@ class Phone:
             left -= share
         return found
 
-    def steered(self) -> set[int]:
-        """The UIDs whose packets the daemon looks at."""
+    def steered(self) -> list[int]:
+        """The UIDs whose packets the daemon looks at, once for each list that they are on."""
         rules = self.run("iptables", "-w", "-t", "mangle", "-S", "zelk_DVX_wapper")
-        return {int(uid) for uid in re.findall(r"--uid-owner (\d+)", rules)}
+        return sorted(int(uid) for uid in re.findall(r"--uid-owner (\d+)", rules))
 
     def wait_for(self, condition: Callable[[], object], what: str) -> None:
         wait_until(lambda: self.ended() or condition(), 10, what)

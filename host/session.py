@@ -50,6 +50,8 @@ class Session:
         self.phone = phone
         self.changes = applied
         self.resolver: Path | None = None
+        self._resolver_text = ""
+        self._told_end = False
         self.turns: list[Callable[[], None]] = []  # what is done at each turn of the loop
 
     def up(self) -> list[Lane]:
@@ -64,18 +66,19 @@ class Session:
         """Tells the daemon whose traffic it is about, and waits until it has taken it."""
         if self.setup.game:
             self._tell_players(uids, before)
+            expected = sorted(uids)
         else:
-            self._tell_users(uids)
-        self.phone.wait_for(lambda: self.phone.steered() == set(uids), "the daemon's rules")
+            lists = self._lists()
+            for each in lists:
+                self.phone.send(each, ",".join(map(str, uids)) or "NULL")
+            expected = sorted([*uids] * len(lists))
+        self.phone.wait_for(lambda: self.phone.steered() == expected, "the daemon's rules")
 
-    def _tell_users(self, uids: Sequence[int]) -> None:
-        # On each list only where it counts: on both, connections are dealt twice.
-        text = ",".join(map(str, uids)) or "NULL"
+    def _lists(self) -> list[int]:
+        """Those where a UID counts: on both, its connections are dealt twice."""
         names = {lane.name for lane in self.setup.lanes}
-        if "wlan1" in names:
-            self.phone.send(control.SET_DOUBLE_WLAN, text)
-        if "rmnet_data0" in names or "wlan1" not in names:
-            self.phone.send(control.SET_WHITELIST, text)
+        lists = [control.SET_DOUBLE_WLAN] if "wlan1" in names else []
+        return lists if names <= {"wlan0", "wlan1"} and lists else [*lists, control.SET_WHITELIST]
 
     def _tell_players(self, uids: Sequence[int], before: Sequence[int]) -> None:
         if before:
@@ -91,10 +94,25 @@ class Session:
         names = {lane.name for lane in self.up()}
         self.phone.wait_for(lambda: names <= set(self.phone.shares()), "the daemon's shares")
         self.write_resolver()
+        self.set_default()
+
+    def set_default(self) -> None:
+        """What the daemon leaves alone goes by the first lane that is up; and a name server
+        that is a neighbour of an uplink, by that one's.
+        """
+        ways = [("default", lane) for lane in self.up()[:1]]
+        for server in resolver.servers(self._resolver_text):
+            ways += [(server, lane) for lane in self.up()
+                     if self.setup.machine[lane.device].reaches(server)][:1]
+        self.phone.run("ip", "route", "flush", "protocol", "static")
+        for destination, lane in ways:
+            protocol = "boot" if destination == "default" else "static"
+            self.phone.run("ip", "route", "replace", destination, "via", lane.near,
+                           "dev", lane.name, "protocol", protocol)
 
     def write_resolver(self) -> None:
         """In place: who has it mounted sees the new servers."""
-        text = resolver.contents()
+        self._resolver_text = text = resolver.contents()
         if text:
             self.resolver = RUN / "resolv.conf"
             self.resolver.write_text(text)
@@ -105,6 +123,10 @@ class Session:
     def turn(self) -> None:
         for each in self.turns:
             each()
+        if self.phone.ended() and not self._told_end:
+            self._told_end = True
+            programs.complain("the daemon ended, the shares stay as they are; its log: "
+                              f"{self.setup.log}")
 
 
 @contextlib.contextmanager

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the machine has: its devices, and which of them lead to the internet."""
 
+import ipaddress
 import json
 import re
 import subprocess
@@ -28,6 +29,11 @@ class Uplink:
     gateway: str = ""  # none: a point-to-point device
     metric: int = 0
     networks: tuple[str, ...] = ()  # what is reached without the gateway
+
+    def reaches(self, address: str) -> bool:
+        """Whether that one is a neighbour."""
+        return any(ipaddress.ip_address(address) in ipaddress.ip_network(network)
+                   for network in self.networks)
 
     def way(self) -> str:
         if not self.routed:
