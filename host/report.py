@@ -100,20 +100,22 @@ class Report:
 
     def finish(self) -> None:
         self.sample(time.monotonic())
-        rows = [("link", "uplink", "received, MB", "sent, MB", "connections", "spread",
-                 "peak, Mbit/s")]
+        game = self._session.setup.game
+        rows = [("link", "uplink", "received, MB", "sent, MB", "peak, Mbit/s", "connections",
+                 "spread")]
         for name, each in self._traffic.items():
             rows.append((name, each.lane.device, f"{each.received.sum / 1e6:.1f}",
-                         f"{each.sent.sum / 1e6:.1f}", f"{each.connections.sum}",
-                         f"{each.spread.sum}", f"{each.peak:.1f}"))
+                         f"{each.sent.sum / 1e6:.1f}", f"{each.peak:.1f}",
+                         f"{each.connections.sum}", f"{each.spread.sum}"))
+        if game:  # of which nothing is spread
+            rows = [row[:-1] for row in rows]
         widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
         for row in rows:
             cells = [cell.ljust(width) if i < 2 else cell.rjust(width)
                      for i, (cell, width) in enumerate(zip(row, widths))]
             print("  ".join(cells).rstrip(), file=sys.stderr)
-        print(self._verdict(), file=sys.stderr)
-        if self._session.setup.game:
-            print(_game(Path(self._session.setup.log)), file=sys.stderr)
+        verdict = _game(Path(self._session.setup.log)) if game else self._verdict()
+        print(verdict, file=sys.stderr)
 
     def _verdict(self) -> str:
         traffic = self._traffic.values()

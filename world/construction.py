@@ -3,13 +3,15 @@
 
 from world import files, network, programs
 from world.options import Options
-from world.phone import STATISTICS_LOG
+from world.phone import CONFIGURATION, STATISTICS_LOG
 from world.surroundings import Surroundings
 
 
-def build(options: Options, surroundings: Surroundings) -> None:
+def build(options: Options, surroundings: Surroundings, configuration: bytes | None) -> None:
     files.make_root(surroundings.devices)
     files.fill(options, surroundings.links)
+    if configuration is not None:
+        CONFIGURATION.write_bytes(configuration)
     surroundings.connect()
     network.set_up(surroundings.links)
     module = None

@@ -9,7 +9,7 @@ from pathlib import Path
 
 from world import programs
 from world.options import Options
-from world.phone import CONFIGURATION, PROPERTIES, RUN, TOOLS, TOOLS_LOG
+from world.phone import PROPERTIES, RUN, TOOLS, TOOLS_LOG
 from world.surroundings import Link
 
 LIBC = ctypes.CDLL(None, use_errno=True)
@@ -84,8 +84,6 @@ def fill(options: Options, links: Iterable[Link]) -> None:
     # writer must never wait for a reader.
     os.open(f"{RUN}/sla/config", os.O_RDWR | os.O_NONBLOCK | os.O_CLOEXEC)
     programs.run(options.build / "world/slaprocfs")
-    if options.conf:
-        shutil.copyfile(options.conf, CONFIGURATION)
     PROPERTIES.write_text("".join(f"{prop}\n" for prop in options.props))
     for tool, wrapper in TOOLS.items():
         record = f"printf '%s\\n' \"{tool} $*\" >> {TOOLS_LOG}\n" if options.record_tools else ""

@@ -7,12 +7,13 @@ devices. The first process in turn dies with the runner, however that ends.
 """
 
 import ctypes
+import functools
 import os
 import select
 import signal
 import subprocess
 import sys
-from collections.abc import Mapping, Sequence
+from collections.abc import Callable, Mapping, Sequence
 
 from world import construction, programs
 from world.options import Options
@@ -50,13 +51,16 @@ def run(options: Options, surroundings: Surroundings, command: Sequence[str],
     if problem:
         programs.complain(problem)
         return 2
+    # Inside, its path may be another file's, or nobody's.
+    configuration = options.conf.read_bytes() if options.conf else None
     signal.pthread_sigmask(signal.SIG_BLOCK, SIGNALS)
     alive, runner = os.pipe()
     _unshare(CLONE_NEWPID)
     pid = os.fork()
     if pid == 0:
         os.close(runner)
-        os._exit(_first_process(options, surroundings, command, environment, alive))
+        build = functools.partial(construction.build, options, surroundings, configuration)
+        os._exit(_first_process(build, command, environment, alive))
     os.close(alive)
     grace = None
     while True:
@@ -75,14 +79,14 @@ def run(options: Options, surroundings: Surroundings, command: Sequence[str],
                 grace = GRACE_S
 
 
-def _first_process(options: Options, surroundings: Surroundings, command: Sequence[str],
+def _first_process(build: Callable[[], None], command: Sequence[str],
                    environment: Mapping[str, str], alive: int) -> int:
     try:
         LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
         if select.select([alive], [], [], 0)[0]:  # the runner died before that took effect
             return 1
         _unshare(CLONE_NEWNS | CLONE_NEWNET)
-        construction.build(options, surroundings)
+        build()
         if signal.sigpending() & ENDING:
             return 130
         return _run_command(command, environment)
