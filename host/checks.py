@@ -57,14 +57,15 @@ def kernel() -> None:
         raise Refusal(f"this kernel lacks veth, masquerading or a match of iptables: {reason}")
 
 
-def uplinks(lanes: Sequence[Lane], machine: dict[str, Uplink], force: bool) -> None:
-    for lane in lanes:
+def uplinks(lanes: Sequence[Lane], machine: dict[str, Uplink], force: bool, waits: bool) -> None:
+    """`waits`: for a world that stays, uplinks may come later."""
+    for lane in lanes if not waits else ():
         if lane.device not in machine:
             names = " ".join(machine) or "none"
             raise Refusal(f"device {lane.device}: there is none of that name (there are: {names})")
     if not lanes:
         raise Refusal("no device has a default route: nothing to use (see --list)")
-    if force:
+    if force or waits:
         return
     if len(lanes) < 2:
         raise Refusal(f"{lanes[0].device} is the only uplink, there is nothing to choose from; "

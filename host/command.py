@@ -6,7 +6,7 @@ import ctypes
 import os
 import pwd
 import signal
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -17,6 +17,11 @@ CLONE_NEWNS, CLONE_NEWNET = 0x00020000, 0x40000000
 MS_BIND, MS_REC, MS_SLAVE = 0x1000, 0x4000, 1 << 19
 PR_SET_PDEATHSIG = 1
 RESOLVER = "/etc/resolv.conf"
+
+ENDING = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
+SIGNALS = ENDING | {signal.SIGCHLD, signal.SIGIO}  # blocked, but for the command
+SI_KERNEL = 0x80
+TURN_S = 1.0  # what has no descriptor is looked at as often
 
 
 @dataclass(frozen=True)
@@ -60,6 +65,20 @@ def start(command: Sequence[str], user: User, network: int, resolver: Path | Non
         status = 127 if isinstance(error, FileNotFoundError) else 126
     finally:
         os._exit(status)
+
+
+def attend(pid: int, turn: Callable[[], None]) -> int:
+    """Waits for its end, with a turn now and then; its exit status, 128 + n for signal n."""
+    while True:
+        info = signal.sigtimedwait(SIGNALS, TURN_S)
+        # The terminal has already sent its Ctrl-C to everyone in the foreground.
+        if info and info.si_signo in ENDING and info.si_code != SI_KERNEL:
+            os.kill(pid, info.si_signo)
+        ended, status = os.waitpid(pid, os.WNOHANG)
+        if ended:
+            code = os.waitstatus_to_exitcode(status)
+            return code if code >= 0 else 128 - code
+        turn()
 
 
 def _enter(network: int, resolver: Path | None) -> None:

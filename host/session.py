@@ -2,13 +2,11 @@
 """One run: the world, its daemon, the machine's side, the command; and everything's end."""
 
 import contextlib
-import os
-import signal
 from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from host import RUN, changes, checks, command, resolver
+from host import RUN, changes, checks, resolver
 from host.changes import Changes
 from host.lanes import Lane
 from host.lock import Lock
@@ -18,10 +16,6 @@ from world import control, programs
 from world.options import Options
 
 LOG = "/var/log/lnkd-host.log"
-ENDING = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
-SIGNALS = ENDING | {signal.SIGCHLD, signal.SIGIO}
-SI_KERNEL = 0x80
-TURN_S = 1.0  # what has no descriptor is looked at as often
 
 
 @dataclass
@@ -33,8 +27,7 @@ class Setup:
     machine: dict[str, Uplink]
     game: bool = False
     verbose: bool = False
-    quiet: bool = False
-    log: str = LOG
+    log: str = LOG  # of the daemon; none: standard error
     steps: list[changes.Step] = field(default_factory=list)
 
     def prepare(self) -> None:
@@ -66,6 +59,8 @@ class Session:
         """Tells the daemon whose traffic it is about, and waits until it has taken it."""
         if self.setup.game:
             self._tell_players(uids, before)
+            if not uids:
+                return
             expected = sorted(uids)
         else:
             lists = self._lists()
@@ -125,8 +120,8 @@ class Session:
             each()
         if self.phone.ended() and not self._told_end:
             self._told_end = True
-            programs.complain("the daemon ended, the shares stay as they are; its log: "
-                              f"{self.setup.log}")
+            programs.complain("the daemon ended, the shares stay as they are"
+                              + (f"; its log: {self.setup.log}" if self.setup.log else ""))
 
 
 @contextlib.contextmanager
@@ -147,18 +142,3 @@ def opened(setup: Setup, lock: Lock) -> Iterator[Session]:
         if phone:
             phone.stop()
         applied.undo()
-
-
-def run(session: Session, argv: Sequence[str], user: command.User) -> int:
-    """Runs the command to its end; returns its exit status, 128 + n for signal n."""
-    pid = command.start(argv, user, session.phone.network, session.resolver)
-    while True:
-        info = signal.sigtimedwait(SIGNALS, TURN_S)
-        # The terminal has already sent its Ctrl-C to everyone in the foreground.
-        if info and info.si_signo in ENDING and info.si_code != SI_KERNEL:
-            os.kill(pid, info.si_signo)
-        ended, status = os.waitpid(pid, os.WNOHANG)
-        if ended:
-            code = os.waitstatus_to_exitcode(status)
-            return code if code >= 0 else 128 - code
-        session.turn()
