@@ -44,13 +44,40 @@ class Traffic:
         self.rate = self.peak = 0.0  # Mbit/s, both ways
 
 
+class Game:
+    """What the daemon's log says about it, as far as it has come."""
+
+    def __init__(self, log: Path):
+        self._log = log.open(errors="replace")
+        self._rest = ""
+        self._switches = self._destroyed = 0
+        self._on = ""
+
+    def read(self) -> None:
+        *lines, self._rest = (self._rest + self._log.read()).split("\n")
+        for line in lines:
+            if match := SWITCH.search(line):
+                # The first choice of a link is no switch.
+                self._switches += self._on not in ("", match[1])
+                self._on = match[1]
+            elif match := DESTROYED.search(line):
+                self._destroyed += int(match[1])
+
+    def __str__(self) -> str:
+        self.read()
+        on = f"on {self._on}" if self._on else "no link chosen"
+        return f"game {on}, {self._switches} switches, {self._destroyed} sockets destroyed"
+
+
 class Report:
     def __init__(self, session: Session, lines: bool):
         self._session = session
         self._lines = lines
+        self._game = Game(Path(session.setup.log)) if session.setup.game else None
         self._traffic = {lane.name: Traffic(lane) for lane in session.setup.lanes}
         self._start = self._sampled = self._printed = time.monotonic()
-        self._busy_s = 0.0
+        self._busy_s = self._busy_bits = 0.0
+        self._shares: dict[str, float] = {}
         self._take_bytes()  # what the set-up moved is not the command's
         for each in self._traffic.values():
             each.received.sum = each.sent.sum = 0
@@ -66,13 +93,15 @@ class Report:
     def sample(self, now: float) -> None:
         passed = now - self._sampled
         self._sampled = now
-        for name, amount in self._take_bytes().items():
-            each = self._traffic[name]
-            each.rate = amount * 8 / 1e6 / passed
-            if passed > SAMPLE_S / 2:  # a burst in a moment is no rate
+        moved = self._take_bytes()
+        if passed > SAMPLE_S / 2:  # a burst in a moment is no rate
+            for name, amount in moved.items():
+                each = self._traffic[name]
+                each.rate = amount * 8 / 1e6 / passed
                 each.peak = max(each.peak, each.rate)
-        if sum(each.rate for each in self._traffic.values()) > BUSY:
-            self._busy_s += passed
+            if sum(moved.values()) * 8 / 1e6 / passed > BUSY:
+                self._busy_s += passed
+                self._busy_bits += sum(moved.values()) * 8
         for count, spread, leaving in COUNTER.findall(self._session.phone.run("iptables-save", "-c")):
             if spread in self._traffic:
                 self._traffic[spread].spread.take(int(count))
@@ -90,32 +119,34 @@ class Report:
         return moved
 
     def _print_line(self, now: float) -> None:
-        shares = self._session.phone.shares()
         up = {lane.name for lane in self._session.up()}
+        shares = {} if self._game else self._session.phone.shares()
+        if up <= shares.keys():  # else the daemon is just writing them
+            self._shares = shares
         parts = []
         for name, each in self._traffic.items():
-            share = f"{shares.get(name, 0):4.0%}" if name in up else "gone"
-            parts.append(f"{name} {each.rate:6.1f} Mbit/s {share}")
+            share = f" {self._shares[name]:4.0%}" if name in self._shares else ""
+            parts.append(f"{name} {each.rate:5.1f} Mbit/s{share if name in up else ' gone'}")
+        if self._game:
+            parts.append(str(self._game))
         print(f"{now - self._start:6.0f} s  {'   '.join(parts)}", file=sys.stderr)
 
     def finish(self) -> None:
         self.sample(time.monotonic())
-        game = self._session.setup.game
         rows = [("link", "uplink", "received, MB", "sent, MB", "peak, Mbit/s", "connections",
                  "spread")]
         for name, each in self._traffic.items():
             rows.append((name, each.lane.device, f"{each.received.sum / 1e6:.1f}",
                          f"{each.sent.sum / 1e6:.1f}", f"{each.peak:.1f}",
                          f"{each.connections.sum}", f"{each.spread.sum}"))
-        if game:  # of which nothing is spread
+        if self._game:  # of which nothing is spread
             rows = [row[:-1] for row in rows]
         widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
         for row in rows:
             cells = [cell.ljust(width) if i < 2 else cell.rjust(width)
                      for i, (cell, width) in enumerate(zip(row, widths))]
             print("  ".join(cells).rstrip(), file=sys.stderr)
-        verdict = _game(Path(self._session.setup.log)) if game else self._verdict()
-        print(verdict, file=sys.stderr)
+        print(self._game or self._verdict(), file=sys.stderr)
 
     def _verdict(self) -> str:
         traffic = self._traffic.values()
@@ -123,16 +154,6 @@ class Report:
         best = max(traffic, key=lambda each: each.peak)
         if not self._busy_s or not best.peak:
             return f"in all {moved / 1e6:.1f} MB, too little for a rate"
-        mean = moved * 8 / 1e6 / self._busy_s
+        mean = self._busy_bits / 1e6 / self._busy_s
         return (f"mean {mean:.1f} Mbit/s in the {self._busy_s:.0f} s with traffic: "
                 f"{mean / best.peak:.2f} times the best single link's peak ({best.lane.name})")
-
-
-def _game(log: Path) -> str:
-    """What the daemon did for it. The first choice of a link is no switch."""
-    text = log.read_text(errors="replace")
-    chosen = SWITCH.findall(text)
-    switches = sum(now != before for before, now in zip(chosen, chosen[1:]))
-    destroyed = sum(map(int, DESTROYED.findall(text)))
-    last = f", last on {chosen[-1]}" if chosen else ", no link was chosen"
-    return f"game: {switches} switches, {destroyed} sockets destroyed{last}"
