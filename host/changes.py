@@ -23,7 +23,7 @@ from world.programs import Failure
 WORLD = "WORLD"  # in a step: the world's network namespace, which has no name before it exists
 FILTER = ("ip", "lnkd_host")
 OLD_SYSCTLS = RUN / "sysctls"
-COMMENT = ("-m", "comment", "--comment", "lnkd-host")
+COMMENT = "-m comment --comment lnkd-host"
 
 
 @dataclass(frozen=True)
@@ -61,8 +61,8 @@ def _veth(lane: Lane, uplink: Uplink | None) -> list[Step]:
     mtu = uplink.mtu if uplink else 1500
     outer = lane.outer
     return [
-        step(f"ip link add {outer} mtu {mtu} type veth peer name {lane.name} mtu {mtu} netns {WORLD}",
-             f"ip link delete {outer}"),
+        step(f"ip link add {outer} mtu {mtu} type veth "
+             f"peer name {lane.name} mtu {mtu} netns {WORLD}", f"ip link delete {outer}"),
         step(f"ip link set {outer} addrgenmode none up"),
         step(f"ip address add {lane.near}/32 dev {outer}"),
         step(f"sysctl -qw {sysctl_path(outer, 'forwarding')}=1"),
@@ -112,21 +112,17 @@ def _packet_filter(lanes: Sequence[Lane], accept: bool) -> list[Step]:
         step(f"nft add chain {table} guard {{ type filter hook forward priority filter ; }}"),
     ]
     for lane in lanes:
-        steps += [
-            step(f'nft add rule {table} nat ip saddr {lane.far} oifname "{lane.device}" masquerade'),
-            step(f'nft add rule {table} guard iifname "{lane.outer}" ip saddr != {lane.far} drop'),
-            step(f'nft add rule {table} guard iifname "{lane.outer}" oifname != "{lane.device}" drop'),
-            step(f'nft add rule {table} guard oifname "{lane.outer}" '
-                 "ct state != { established, related } drop"),
-        ]
+        outer, device = f'"{lane.outer}"', f'"{lane.device}"'
+        rules = [f"nat ip saddr {lane.far} oifname {device} masquerade",
+                 f"guard iifname {outer} ip saddr != {lane.far} drop",
+                 f"guard iifname {outer} oifname != {device} drop",
+                 f"guard oifname {outer} ct state != {{ established, related }} drop"]
         if not _forwards(lane.device):
-            steps.append(step(f'nft add rule {table} guard iifname "{lane.device}" '
-                              f'oifname != "{OURS}*" drop'))
+            rules.append(f'guard iifname {device} oifname != "{OURS}*" drop')
+        steps += [step(f"nft add rule {table} {rule}") for rule in rules]
     if accept:
-        rules = [("-i", f"{OURS}+"), ("-o", f"{OURS}+")]
-        steps += [Step(("iptables", "-w", "-I", "FORWARD", *rule, *COMMENT, "-j", "ACCEPT"),
-                       ("iptables", "-w", "-D", "FORWARD", *rule, *COMMENT, "-j", "ACCEPT"))
-                  for rule in rules]
+        accepting = [f"FORWARD {way} {OURS}+ {COMMENT} -j ACCEPT" for way in ("-i", "-o")]
+        steps += [step(f"iptables -w -I {rule}", f"iptables -w -D {rule}") for rule in accepting]
     return steps
 
 
@@ -217,7 +213,7 @@ def leftovers() -> list[tuple[str, ...]]:
         found.append(("nft", "delete", "table", *FILTER))
     forward = subprocess.run(["iptables", "-w", "-S", "FORWARD"], capture_output=True, text=True)
     found += [("iptables", "-w", "-D", *shlex.split(line)[1:])
-              for line in forward.stdout.splitlines() if COMMENT[-1] in line]
+              for line in forward.stdout.splitlines() if COMMENT in line]
     found += [("ip", "link", "delete", entry["ifname"]) for entry in ask("link", "show")
               if entry["ifname"].startswith(OURS)]
     if OLD_SYSCTLS.exists():

@@ -78,7 +78,8 @@ def uplinks(lanes: Sequence[Lane], machine: dict[str, Uplink], force: bool, wait
 
 def steered(uid: int, game: bool) -> None:
     if game and uid == 0:
-        raise Refusal("--game is not for root, whose sockets are never destroyed: use sudo as a user")
+        raise Refusal("--game is not for root, whose sockets are never destroyed: "
+                      "use sudo as a user")
     if len(str(uid)) > LIST_DIGITS:
         raise Refusal(f"UID {uid} has more than {LIST_DIGITS} digits and cannot be on a list of "
                       "the daemon: use another account")
@@ -87,7 +88,7 @@ def steered(uid: int, game: bool) -> None:
 def filters_forwarding() -> bool:
     """Whether the machine's FORWARD chain of iptables may drop what we forward."""
     rules = subprocess.check_output(["iptables", "-w", "-S", "FORWARD"], text=True)
-    return [line for line in rules.splitlines() if COMMENT[-1] not in line] != ["-P FORWARD ACCEPT"]
+    return [line for line in rules.splitlines() if COMMENT not in line] != ["-P FORWARD ACCEPT"]
 
 
 def firewall(force: bool) -> None:
@@ -101,9 +102,9 @@ def firewall(force: bool) -> None:
         iptables = (chain["table"], chain["name"]) == ("filter", "FORWARD")
         if chain.get("hook") == "forward" and chain["family"] in ("ip", "inet") and not (
                 ours or iptables or force) and _ends_in_drop(chain, entries):
-            raise Refusal(f'nftables: chain {chain["family"]} {chain["table"]} {chain["name"]} drops '
-                          'what is forwarded; accept iifname "lnkdh-*" and oifname "lnkdh-*" there, '
-                          "or --force goes on")
+            name = f'{chain["family"]} {chain["table"]} {chain["name"]}'
+            raise Refusal(f"nftables: chain {name} drops what is forwarded; accept iifname "
+                          '"lnkdh-*" and oifname "lnkdh-*" there, or --force goes on')
 
 
 def _ends_in_drop(chain: dict[str, Any], entries: list[dict[str, Any]]) -> bool:

@@ -55,6 +55,6 @@ def _take(wish: Wish, words: list[str]) -> str:
         case ["conf", file] if file.startswith("/"):
             wish.conf = Path(file)
         case _:
-            return (f'"{" ".join(words)}": not "link NAME DEVICE [metered]", "modem DEVICE", "game" '
-                    'or "conf /FILE"')
+            return (f'"{" ".join(words)}": not "link NAME DEVICE [metered]", "modem DEVICE", '
+                    '"game" or "conf /FILE"')
     return ""

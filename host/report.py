@@ -102,7 +102,8 @@ class Report:
             if sum(moved.values()) * 8 / 1e6 / passed > BUSY:
                 self._busy_s += passed
                 self._busy_bits += sum(moved.values()) * 8
-        for count, spread, leaving in COUNTER.findall(self._session.phone.run("iptables-save", "-c")):
+        rules = self._session.phone.run("iptables-save", "-c")
+        for count, spread, leaving in COUNTER.findall(rules):
             if spread in self._traffic:
                 self._traffic[spread].spread.take(int(count))
             if leaving in self._traffic:
