@@ -28,10 +28,18 @@ MARK = "=== ended"  # and the exit status: the end of a command's output
 BOOT_S = 90
 COMMAND_S = 300  # one that is run from a terminal
 
+# A root directory that is a mount, as everywhere but here, can be exchanged for a world's.
 INIT = f"""#!/busybox sh
+if [ ! -e /disk ]; then
+    for module in {" ".join(MODULES)}; do insmod $module.ko; done
+    mkdir /disk
+    /busybox mount -t tmpfs none /disk
+    cp /busybox /init /disk
+    mkdir /disk/disk
+    exec /busybox switch_root /disk /init
+fi
 mkdir -p /proc /sys /dev /host /results /lib
 for fs in proc:proc sysfs:sys devtmpfs:dev; do /busybox mount -t ${{fs%:*}} none /${{fs#*:}}; done
-for module in {" ".join(MODULES)}; do insmod $module.ko; done
 /busybox mount -t 9p -o ro,trans=virtio,msize=512000,cache=loose root /host
 /busybox mount -t 9p -o trans=virtio results /results
 ln -s /host/usr/lib/* /lib

@@ -5,6 +5,8 @@ lab=${0%/*}/..
 internet() { ip netns exec internet "$@"; }
 mkdir -p /tmp /run/lab /run/world /vendor/etc/sla /system/bin /dev/socket
 mount -t debugfs debugfs /sys/kernel/debug
+mkdir /dev/pts
+mount -t devpts devpts /dev/pts
 ln -s /busybox /modprobe
 echo /modprobe > /proc/sys/kernel/modprobe
 for tool in iptables ip; do
@@ -15,6 +17,7 @@ chmod +x /system/bin/*
 mount --bind /run/world/rt_tables /etc/iproute2/rt_tables
 
 ip netns add internet
+/modprobe fuse
 /modprobe mac80211_hwsim radios=2
 iw phy phy1 set netns name internet
 ip link add rmnet_data0 type veth peer net3 netns internet
@@ -40,7 +43,7 @@ done
 ip route add default via 10.10.1.1 dev wlan0
 ip link set lo up
 for f in /proc/sys/net/ipv4/conf/*/rp_filter; do echo 0 > $f; done
-internet "$lab/responder.py" /run/lab/responder.log 8.8.8.8:443 203.0.113.10:7000 &
+internet "$lab/responder.py" /run/lab/responder.log 8.8.8.8:443 203.0.113.10:80 203.0.113.10:7000 &
 printf '%s\n' 'network={' 'ssid="lab"' key_mgmt=NONE scan_freq=2412 '}' > /run/wpa.conf
 wpa_supplicant -B -i wlan0 -D nl80211 -c /run/wpa.conf
 until iw dev wlan0 station dump | grep -q "authorized:.*yes"; do sleep 0.1; done
