@@ -9,7 +9,7 @@ import subprocess
 from collections.abc import Sequence
 from pathlib import Path
 
-from lab import RUN, internet, uplinks, web
+from lab import internet, uplinks, web
 from lab.links import start_emulator
 from world import programs
 from world.waiting import wait_until
@@ -21,13 +21,14 @@ TOOLS = ("unshare", "nginx", "nsenter", "dnsmasq", "udhcpc", "nft")
 MOUNTS = """
 mount -t sysfs sysfs /sys
 mount -t tmpfs -o mode=755 tmpfs /run
+mount -t tmpfs tmpfs /var/log
 mkdir -p /run/lab/etc /run/lab/work /run/lock /run/home
 mount -t overlay -o lowerdir=/etc,upperdir=/run/lab/etc,workdir=/run/lab/work overlay /etc
 rm -f /etc/resolv.conf
 """
-# As systemd's defaults are, and no packet is forwarded.
+# Nothing is forwarded, and who comes by another way than the answer would take is not let in.
 SYSCTLS = ("net.ipv4.ip_forward=0", "net.ipv4.conf.all.rp_filter=0",
-           "net.ipv4.conf.default.rp_filter=2")
+           "net.ipv4.conf.default.rp_filter=1")
 
 
 def starting() -> bool:

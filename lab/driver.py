@@ -6,6 +6,8 @@ import os
 import re
 import socket
 import struct
+import subprocess
+import sys
 import termios
 import time
 from contextlib import contextmanager, suppress
@@ -25,6 +27,21 @@ ALL_LINKS = ",".join(LINKS)
 SLOW = re.search("asan|tsan", os.environ.get("LNKD_BUILD", "")) or "LNKD_IN_VM" in os.environ
 DEADLINE = 50.0 if SLOW else 10.0
 COMPLAINT = re.compile("WARNING: ThreadSanitizer|ERROR: AddressSanitizer|runtime error:")
+
+
+def run_each(items, *machine):
+    """Runs each test in a machine of its own, which that command makes."""
+    def run(item):
+        pytest_command = f"{sys.executable} -m pytest -q --no-header --tb=short -p no:cacheprovider"
+        result = subprocess.run([*machine, *pytest_command.split(), f"{item.path}::{item.name}"],
+                                timeout=300, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                errors="replace")
+        if result.returncode != 0:
+            pytest.fail(result.stdout, pytrace=False)
+
+    for item in items:
+        item.setup = lambda: None  # fixtures belong inside
+        item.runtest = lambda item=item: run(item)
 
 
 class Phone:

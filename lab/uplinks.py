@@ -40,7 +40,8 @@ HOSTS, OPTIONS = Path(f"{RUN}/dhcp.hosts"), Path(f"{RUN}/dhcp.options")
 SERVER_PID, CLIENT_PID = Path(f"{RUN}/dnsmasq.pid"), Path(f"{RUN}/udhcpc.pid")
 SERVER = [
     "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--no-resolv", "--no-hosts",
-    "--no-ping", "--user=root", f"--pid-file={SERVER_PID}", f"--address=/{NAME_SERVED}/{WEB_SERVER}",
+    "--no-ping", "--user=root", f"--pid-file={SERVER_PID}",
+    f"--address=/{NAME_SERVED}/{WEB_SERVER}",
     "--dhcp-authoritative", "--dhcp-range=192.168.1.100,192.168.1.199,1h",
     f"--dhcp-leasefile={RUN}/dhcp.leases", f"--dhcp-hostsfile={HOSTS}",
     f"--dhcp-optsfile={OPTIONS}", f"--log-facility={RUN}/dnsmasq.log"]

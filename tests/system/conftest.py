@@ -5,7 +5,6 @@
 """
 
 import os
-import subprocess
 import sys
 from pathlib import Path
 
@@ -15,23 +14,13 @@ REPOSITORY = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(REPOSITORY))
 
 import world  # noqa: E402
-from lab.driver import Phone  # noqa: E402
+from lab.driver import Phone, run_each  # noqa: E402
 
 
 def pytest_collection_modifyitems(items):
-    for item in items if not world.inside() else []:
-        item.setup = lambda: None  # fixtures belong inside
-        item.runtest = lambda item=item: run_in_phone(f"{item.path}::{item.name}")
-
-
-def run_in_phone(test):
-    build = os.environ.get("LNKD_BUILD", REPOSITORY / "build/release")
-    phone = [REPOSITORY / "lab/phone", "--build", build, "--record-tools"]
-    pytest_command = f"{sys.executable} -m pytest -q --no-header --tb=short -p no:cacheprovider"
-    result = subprocess.run([*phone, *pytest_command.split(), test], timeout=300,
-                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace")
-    if result.returncode != 0:
-        pytest.fail(result.stdout, pytrace=False)
+    if not world.inside():
+        build = os.environ.get("LNKD_BUILD", REPOSITORY / "build/release")
+        run_each(items, REPOSITORY / "lab/phone", "--build", build, "--record-tools")
 
 
 @pytest.fixture
