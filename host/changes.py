@@ -72,7 +72,7 @@ def _veth(lane: Lane, uplink: Uplink | None) -> list[Step]:
 
 def _table(lane: Lane, uplink: Uplink | None) -> list[Step]:
     # Without the first route, a lane without an uplink would take the machine's own default.
-    standing = [("unreachable", "default", "metric", "4278198272"), (lane.far, "dev", lane.outer)]
+    standing = [("unreachable", "default", "metric", "1000"), (lane.far, "dev", lane.outer)]
     steps = [set_route(lane, route) for route in [*standing, *routes(uplink)]]
     return [Step(steps[0].do, ("ip", "route", "flush", "table", lane.table)), *steps[1:]]
 

@@ -12,11 +12,10 @@ from host import Refusal
 from host.changes import COMMENT, FILTER
 from host.lanes import Lane
 from host.uplinks import Uplink
-from world import programs
 
 TOOLS = {"ip": "iproute2", "nft": "nftables", "iptables": "iptables", "sysctl": "procps",
          "unshare": "util-linux", "nsenter": "util-linux"}
-LIST_DIGITS = 5  # of a UID in the daemon's lists
+LIST_DIGITS = 5  # of a UID in the daemon's lists; a game's may be longer
 TRIAL = """
 ip link add lnkdh-0 type veth peer name wlan0
 nft -f - <<'RULES'
@@ -44,8 +43,8 @@ def privilege() -> None:
 
 def tools() -> None:
     for tool, package in TOOLS.items():
-        if not shutil.which(tool, path=programs.SYSTEM_PATH):
-            raise Refusal(f"{tool} is not installed: apt-get install {package}")
+        if not shutil.which(tool):
+            raise Refusal(f"{tool} is not on the PATH: apt-get install {package}")
 
 
 def kernel() -> None:
@@ -80,7 +79,7 @@ def steered(uid: int, game: bool) -> None:
     if game and uid == 0:
         raise Refusal("--game is not for root, whose sockets are never destroyed: "
                       "use sudo as a user")
-    if len(str(uid)) > LIST_DIGITS:
+    if len(str(uid)) > LIST_DIGITS and not game:
         raise Refusal(f"UID {uid} has more than {LIST_DIGITS} digits and cannot be on a list of "
                       "the daemon: use another account")
 

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """One run at a time on a machine."""
 
+import contextlib
 import fcntl
 import os
 
@@ -14,7 +15,10 @@ class Lock:
         self._path = RUN / "lock"
         while True:
             RUN.mkdir(mode=0o755, exist_ok=True)
-            self._file = open(self._path, "a+", encoding="ascii")
+            try:
+                self._file = open(self._path, "a+", encoding="ascii")
+            except FileNotFoundError:  # the run before has just removed the folder
+                continue
             try:
                 fcntl.flock(self._file, fcntl.LOCK_EX | fcntl.LOCK_NB)
             except BlockingIOError:
@@ -42,5 +46,6 @@ class Lock:
         """Leaves nothing below /run."""
         for file in RUN.iterdir():
             file.unlink()
-        RUN.rmdir()
+        with contextlib.suppress(OSError):  # the next run is already there
+            RUN.rmdir()
         self._file.close()

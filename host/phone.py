@@ -10,6 +10,7 @@ import socket
 import subprocess
 from collections.abc import Callable, Sequence
 from pathlib import Path
+from typing import NoReturn
 
 from host.lanes import Lane
 from host.lock import Lock
@@ -65,7 +66,7 @@ class Phone:
         if self.pid == 0:
             lock.leave_to_parent()
             self._machine.close()
-            os._exit(_run(options, lanes, inside, log))
+            _run(options, lanes, inside, log)
         inside.close()
         _, descriptors, _, _ = socket.recv_fds(self._machine, 16, 2)
         if len(descriptors) != 2:
@@ -92,7 +93,8 @@ class Phone:
 
     def send(self, number: int, text: str) -> None:
         assert self._session
-        send_message(self._session, number, text)
+        with contextlib.suppress(ConnectionError):  # ended() tells
+            send_message(self._session, number, text)
 
     def run(self, *words: str) -> str:
         """The output of a command in the world's network."""
@@ -131,12 +133,18 @@ class Phone:
             self.pid = 0
 
 
-def _run(options: Options, lanes: Sequence[Lane], machine: socket.socket, log: str) -> int:
+def _run(options: Options, lanes: Sequence[Lane], machine: socket.socket, log: str) -> NoReturn:
     """The world's runner: out of reach of the terminal, and gone when the machine's side is."""
-    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
-    os.setsid()
-    with open("/dev/null", "rb") as nothing:
-        os.dup2(nothing.fileno(), 0)
-    redirected = 'exec lnkd >>"$0" 2>&1' if log else "exec lnkd"
-    return launch.run(options, Veths(lanes, machine), ["sh", "-c", redirected, log],
-                      options.environment())
+    status = 1
+    try:
+        LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+        os.setsid()
+        os.dup2(os.open("/dev/null", os.O_RDONLY), 0)
+        # The daemon's log is opened here: inside, its path may be another file's.
+        os.dup2(os.open(log, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o644) if log else 2, 1)
+        status = launch.run(options, Veths(lanes, machine), ["sh", "-c", "exec lnkd 2>&1"],
+                            options.environment())
+    except OSError as error:
+        programs.complain(str(error))
+    finally:
+        os._exit(status)

@@ -66,7 +66,8 @@ class Game:
     def __str__(self) -> str:
         self.read()
         on = f"on {self._on}" if self._on else "no link chosen"
-        return f"game {on}, {self._switches} switches, {self._destroyed} sockets destroyed"
+        switches = "1 switch" if self._switches == 1 else f"{self._switches} switches"
+        return f"game {on}, {switches}, sockets destroyed: {self._destroyed}"
 
 
 class Report:

@@ -2,6 +2,7 @@
 """A run from its lock to the end: one command, a world that stays, or cleaning up."""
 
 import contextlib
+import signal
 import sys
 from collections.abc import Iterator, Sequence
 
@@ -47,12 +48,14 @@ def _attended(opened: Session, argv: Sequence[str], user: command.User, quiet: b
     follower = Follower(opened)
     opened.turns = [follower.turn] + ([] if quiet else [report.turn])
     try:
+        if signal.sigpending() & command.ENDING:
+            return 130
         pid = command.start(argv or [user.shell], user, opened.phone.network, opened.resolver)
         return command.attend(pid, opened.turn)
     finally:
         follower.close()
         if not quiet:
-            report.finish()
+            opened.attempt(report.finish)
 
 
 def up(setup: Setup, name: str) -> int:

@@ -21,13 +21,14 @@ from world import programs
 SOCKET = RUN / "join"
 KIND = socket.SOCK_SEQPACKET
 MOST = 4096  # bytes of a message
+NOBODY = -1  # has not told a UID, or one that was refused
 
 
 class Service:
     def __init__(self, session: Session, name: str):
         self._session = session
         self._name = name
-        self._users: dict[socket.socket, int] = {}  # the UID of each command; -1: not yet told
+        self._users: dict[socket.socket, int] = {}  # the UID of each command
         self._door = socket.socket(socket.AF_UNIX, KIND)
         old = os.umask(0o077)
         self._door.bind(str(SOCKET))
@@ -41,7 +42,7 @@ class Service:
                 user, _ = self._door.accept()
                 announce(user.fileno())
                 user.setblocking(False)
-                self._users[user] = -1
+                self._users[user] = NOBODY
         for user in list(self._users):
             with contextlib.suppress(BlockingIOError):
                 self._serve(user, user.recv(MOST))
@@ -60,8 +61,10 @@ class Service:
             checks.steered(wanted["uid"], self._session.setup.game)
             self._users[user] = wanted["uid"]
             self._steer(before)
-        except Refusal as refusal:
-            user.send(json.dumps({"refusal": str(refusal)}).encode())
+        except (Refusal, programs.Failure, TimeoutError) as problem:
+            if user in self._users:
+                self._users[user] = NOBODY
+                user.send(json.dumps({"refusal": str(problem)}).encode())
             return
         resolver = self._session.resolver
         answer = json.dumps({"resolver": str(resolver) if resolver else ""}).encode()
@@ -69,7 +72,7 @@ class Service:
             socket.send_fds(user, [answer], [self._session.phone.network])
 
     def _uids(self) -> list[int]:
-        return sorted(set(self._users.values()) - {-1})
+        return sorted(set(self._users.values()) - {NOBODY})
 
     def _steer(self, before: Sequence[int]) -> None:
         if self._uids() != before:
@@ -83,15 +86,14 @@ def serve(session: Session, name: str) -> int:
     session.turns = [follower.turn, service.turn]
     _tell_manager("READY=1")
     try:
-        while not session.phone.ended():
+        while not session.told_end:
             info = signal.sigtimedwait(command.SIGNALS, command.TURN_S)
             if info and info.si_signo in command.ENDING:
                 return 0
             session.turn()
+        return 1
     finally:
         follower.close()
-    programs.complain("the daemon ended")
-    return 1
 
 
 def _tell_manager(state: str) -> None:

@@ -2,6 +2,7 @@
 """One run: the world, its daemon, the machine's side, the command; and everything's end."""
 
 import contextlib
+import subprocess
 from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -44,7 +45,8 @@ class Session:
         self.changes = applied
         self.resolver: Path | None = None
         self._resolver_text = ""
-        self._told_end = False
+        self.told_end = False
+        self._complaint = ""
         self.turns: list[Callable[[], None]] = []  # what is done at each turn of the loop
 
     def up(self) -> list[Lane]:
@@ -115,12 +117,21 @@ class Session:
             programs.complain("no name server but this machine itself is known, which is not "
                               "reached in there: names will not be resolved")
 
+    def attempt(self, action: Callable[[], None]) -> None:
+        """The command goes on, whatever fails beside it."""
+        try:
+            action()
+        except (OSError, subprocess.SubprocessError, programs.Failure) as error:
+            if str(error) != self._complaint:
+                self._complaint = str(error)
+                programs.complain(str(error))
+
     def turn(self) -> None:
         for each in self.turns:
-            each()
-        if self.phone.ended() and not self._told_end:
-            self._told_end = True
-            programs.complain("the daemon ended, the shares stay as they are"
+            self.attempt(each)
+        if self.phone.ended() and not self.told_end:
+            self.told_end = True
+            programs.complain("the daemon ended, nothing is steered anew"
                               + (f"; its log: {self.setup.log}" if self.setup.log else ""))
 
 
@@ -130,8 +141,6 @@ def opened(setup: Setup, lock: Lock) -> Iterator[Session]:
     applied = Changes(setup.verbose)
     phone = None
     try:
-        if setup.log:
-            Path(setup.log).write_text("")
         phone = Phone(setup.options, setup.lanes, setup.log, lock)
         applied.apply(setup.steps, phone.namespace)
         phone.start()

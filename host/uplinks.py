@@ -54,10 +54,10 @@ def look() -> dict[str, Uplink]:
         device = entry["ifname"]
         if "LOOPBACK" not in entry["flags"] and not device.startswith(OURS):
             found[device] = Uplink(device, _kind(device, entry), entry["mtu"])
-    return with_routes(found)
+    return _with_routes(found)
 
 
-def with_routes(devices: dict[str, Uplink]) -> dict[str, Uplink]:
+def _with_routes(devices: dict[str, Uplink]) -> dict[str, Uplink]:
     """The same devices with the routes that they have now."""
     found = {name: replace(uplink, routed=False, gateway="", metric=0, networks=())
              for name, uplink in devices.items()}
