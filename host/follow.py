@@ -51,8 +51,9 @@ class Follower:
             try:
                 self._look()
             except (Failure, subprocess.SubprocessError):
-                # A device that went meanwhile. Seen as a change once more, at the next look.
+                # A device that went meanwhile. Seen as a change once more, at the next turn.
                 self._session.setup.machine = before
+                self._looked = -POLL_S
 
     def _has_news(self) -> bool:
         assert self._monitor.stdout
@@ -70,17 +71,20 @@ class Follower:
         session = self._session
         before = session.setup.machine
         session.setup.machine = uplinks.look()
-        changed = False
+        up = session.up()
+        changed = up != self._up
+        # Those that go, first: until then new connections are dealt to them.
+        session.disconnect([lane for lane in self._up if lane not in up])
         for lane in session.setup.lanes:
             session.changes.apply(changes.uplink_sysctls(lane.device))
             changed |= self._correct_table(lane)
             changed |= before.get(lane.device) != session.setup.machine.get(lane.device)
+        session.connect([lane for lane in up if lane not in self._up])
         if changed:
             session.write_resolver()
             session.set_default()
-        if session.up() != self._up:
-            self._up = session.up()
             session.tell_links()
+            self._up = up
 
     def _correct_table(self, lane: Lane) -> bool:
         """Whether there was something to correct: also what the kernel itself took away."""

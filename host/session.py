@@ -55,7 +55,23 @@ class Session:
                 if (uplink := self.setup.machine.get(lane.device)) and uplink.routed]
 
     def tell_links(self) -> None:
+        """The daemon takes no notice of those that it knows already."""
         self.phone.send(control.UPDATE_INTERFACES, ",".join(lane.name for lane in self.up()))
+
+    def disconnect(self, lanes: Sequence[Lane]) -> None:
+        """Their links go down, and with them routes and masqueraded connections: what the daemon
+        still deals to them falls through to the default, and a repeated SYN begins anew.
+        """
+        if lanes:
+            self.set_default()
+        for lane in lanes:
+            self.phone.run("ip", "link", "set", lane.name, "down")
+
+    def connect(self, lanes: Sequence[Lane]) -> None:
+        for lane in lanes:
+            self.phone.run("ip", "link", "set", lane.name, "up")
+            self.phone.run("ip", "route", "replace", "default", "via", lane.near, "dev", lane.name,
+                           "table", str(lane.link().table))
 
     def steer(self, uids: Sequence[int], before: Sequence[int] = ()) -> None:
         """Tells the daemon whose traffic it is about, and waits until it has taken it."""
@@ -92,6 +108,7 @@ class Session:
         self.phone.wait_for(lambda: names <= set(self.phone.shares()), "the daemon's shares")
         self.write_resolver()
         self.set_default()
+        self.disconnect([lane for lane in self.setup.lanes if lane not in self.up()])
 
     def set_default(self) -> None:
         """What the daemon leaves alone goes by the first lane that is up; and a name server
