@@ -23,6 +23,10 @@ for _ in range(40):
 '"""
 
 
+def set_delay(ms):
+    in_internet(f"tc qdisc change dev net1 root netem delay {ms}ms".split(), check=True)
+
+
 @pytest.fixture
 def start():
     """Starts lnkd-host on two uplinks with default routes, and sees that nothing stays."""
@@ -36,6 +40,7 @@ def start():
         return sessions[-1]
 
     yield started
+    set_delay(10)  # the machine is the next test's, too
     print(sessions[0].errors())
     assert (sessions[0].end(), host.changes(before)) == (0, {})
 
@@ -55,6 +60,6 @@ def test_a_game_leaves_a_slow_wifi(start):
     session = start("--game", "--conf", str(conf))
     session.type(f"python3 {GAME} {GAME_SERVER} --uid 2001 > {said} &")
     for link, delay in (("wlan0", 10), ("rmnet_data0", 150)):
-        in_internet(f"tc qdisc change dev net1 root netem delay {delay}ms".split(), check=True)
+        set_delay(delay)
         wait_until(lambda: f"on {link}," in said.read_text()[-100:], f"the game on {link}")
     session.type("kill $!")
