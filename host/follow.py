@@ -3,6 +3,7 @@
 
 import ctypes
 import fcntl
+import functools
 import os
 import signal
 import subprocess
@@ -26,6 +27,12 @@ def announce(descriptor: int) -> None:
     fcntl.fcntl(descriptor, fcntl.F_SETFL, flags | os.O_ASYNC | os.O_NONBLOCK)
 
 
+def _end_with(parent: int) -> None:
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+    if os.getppid() != parent:  # it was killed before that took effect
+        os._exit(1)
+
+
 class Follower:
     """Compares, whenever the kernel tells of a change, what the uplinks have with the lanes."""
 
@@ -36,7 +43,7 @@ class Follower:
         self._monitor = subprocess.Popen(
             ["ip", "-4", "-o", "monitor", "link", "address", "route"], stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE, start_new_session=True,
-            preexec_fn=lambda: LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL))
+            preexec_fn=functools.partial(_end_with, os.getpid()))
         assert self._monitor.stdout
         announce(self._monitor.stdout.fileno())
 
