@@ -9,7 +9,6 @@
 #include <linux/nl80211.h>
 #include <net/if.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utils/Timers.h>
@@ -18,7 +17,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 namespace android {
 namespace wificond {
@@ -28,6 +26,7 @@ namespace {
 constexpr size_t kReceiveSize = 8192;  // bytes of a datagram, and of the socket's buffer
 constexpr nsecs_t kBudgetNs = 1000000000;
 constexpr nsecs_t kNsPerMs = 1000000;
+constexpr nsecs_t kLookIntervalMs = 20;  // at most until a cancelled query ends
 constexpr char kFamilyName[] = NL80211_GENL_NAME;
 
 void logSetupError(const char* text) {
@@ -41,13 +40,8 @@ NetlinkUtils* NetlinkUtils::instance() {
     return utils;
 }
 
-NetlinkUtils::NetlinkUtils() : cancelFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
 bool NetlinkUtils::Start() {
-    uint64_t cancelled = 0;
-    while (read(cancelFd.get(), &cancelled, sizeof(cancelled)) > 0) {
-        // takes back what ended earlier queries
-    }
+    cancelled = false;
     if (!SetupSocket(&netlinkFd)) {
         logSetupError("Failed to setup synchronous netlink socket");
         return false;
@@ -56,10 +50,7 @@ bool NetlinkUtils::Start() {
 }
 
 void NetlinkUtils::Cancel() {
-    const uint64_t once = 1;
-    if (write(cancelFd.get(), &once, sizeof(once)) < 0) {
-        PLOG(ERROR) << "Failed to cancel netlink queries";
-    }
+    cancelled = true;
 }
 
 bool NetlinkUtils::SetupSocket(base::unique_fd* fd) {
@@ -217,18 +208,21 @@ bool NetlinkUtils::waitForResponses(uint32_t sequence) {
         if (responseHandlers.count(sequence) == 0) {
             return true;
         }
-        pollfd polled[] = {{netlinkFd.get(), POLLIN, 0}, {cancelFd.get(), POLLIN, 0}};
-        const int ready =
-                poll(polled, std::size(polled), static_cast<int>((left + kNsPerMs - 1) / kNsPerMs));
+        if (cancelled) {
+            return false;
+        }
+        pollfd polled{netlinkFd.get(), POLLIN, 0};
+        const nsecs_t leftMs = (left + kNsPerMs - 1) / kNsPerMs;
+        const int ready = poll(&polled, 1, static_cast<int>(std::min(leftMs, kLookIntervalMs)));
         if (ready < 0) {
             PLOG(ERROR) << "Failed to poll netlink fd";
             return false;
         }
+        if (ready == 0 && leftMs > kLookIntervalMs) {
+            continue;
+        }
         if (ready == 0) {
             LOG(ERROR) << "Failed to poll netlink fd: time out ";
-            return false;
-        }
-        if (polled[1].revents != 0) {
             return false;
         }
         ReceivePacketAndRunHandler(netlinkFd.get());

@@ -4,6 +4,7 @@
 #include <android-base/unique_fd.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -43,15 +44,15 @@ class NetlinkUtils {
     // after an error line, when there is no reading.
     int32_t GetStationInfo(const char* mac, const char* ifname);
 
-    // Ends the query in hand, and each one until the next Start(), with no reading and no wait. The
-    // one operation that another thread may call meanwhile.
+    // Ends the query in hand, and each one until the next Start(), within 20 ms and with no
+    // reading. The one operation that another thread may call meanwhile.
     void Cancel();
 
     // Number of the nl80211 family, 0 when it is not known: nobody answers then.
     uint16_t GetFamilyId();
 
   protected:
-    NetlinkUtils();
+    NetlinkUtils() = default;
     ~NetlinkUtils() = default;
 
     // Asks the control family for the number of nl80211; false, with an error line, when it gives
@@ -69,7 +70,6 @@ class NetlinkUtils {
     void ReceivePacketAndRunHandler(int fd);
 
     base::unique_fd netlinkFd;
-    base::unique_fd cancelFd;  // an eventfd, readable once queries are to end
 
   private:
     using Handler = std::function<void(std::unique_ptr<const NL80211Packet>)>;
@@ -89,6 +89,7 @@ class NetlinkUtils {
     std::map<uint32_t, Handler> responseHandlers;  // by sequence number, while a reply is expected
     std::map<std::string, MessageType> families;
     std::array<uint8_t, 6> stationMac{};  // of the station last asked about
+    std::atomic<bool> cancelled{false};
     uint32_t lastSequence = 0;
     uint32_t stationIfIndex = 0;
 };
