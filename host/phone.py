@@ -57,6 +57,14 @@ def _set(name: str, value: int) -> None:
         Path("/proc/sys/net", name).write_text(f"{value}")
 
 
+def receive(source: socket.socket, most: int, count: int) -> tuple[bytes, list[int]]:
+    """A message, and descriptors which are not for the command."""
+    message, descriptors, _, _ = socket.recv_fds(source, most, count)
+    for each in descriptors:
+        os.set_inheritable(each, False)
+    return message, descriptors
+
+
 class Phone:
     """The world's process, its namespace, and the session with the daemon."""
 
@@ -68,7 +76,7 @@ class Phone:
             self._machine.close()
             _run(options, lanes, inside, log)
         inside.close()
-        _, descriptors, _, _ = socket.recv_fds(self._machine, 16, 2)
+        _, descriptors = receive(self._machine, 16, 2)
         if len(descriptors) != 2:
             self.stop()
             raise Failure("no world was built")

@@ -15,6 +15,7 @@ from pathlib import Path
 
 from host import RUN, Refusal, checks, command
 from host.follow import Follower, announce
+from host.phone import receive
 from host.session import Session
 from world import programs
 
@@ -113,7 +114,7 @@ def join(name: str, argv: Sequence[str], user: command.User) -> int:
             raise Refusal(f'no world is up: systemctl start lnkd-host@{name}, or '
                           f"lnkd-host --up {name}") from error
         door.send(json.dumps({"name": name, "uid": user.uid}).encode())
-        message, descriptors, _, _ = socket.recv_fds(door, MOST, 1)
+        message, descriptors = receive(door, MOST, 1)
         answer = json.loads(message or b'{"refusal": "the world ended"}')
         if "refusal" in answer:
             raise Refusal(answer["refusal"])

@@ -53,7 +53,8 @@ def test_the_command_is_the_users_and_finds_what_the_machine_has(start):
     session = start(*PAIR)
     for command, said in (
             ("id -u; id -G", "2001\n2001 2501\n"), ("echo $HOME $USER", "/run/home/anna anna\n"),
-            ("pwd", f"{Path.cwd()}\n"), ("cat /etc/motd", "the machine's own\n"),
+            ("pwd", f"{Path.cwd()}\n"), ("ls /proc/$$/fd", "0\n1\n2\n"),
+            ("cat /etc/motd", "the machine's own\n"),
             (LOOK_UP, "403\n"),
             ("cat /proc/sys/net/ipv6/conf/all/disable_ipv6", "1\n"),
             (f"kill -0 {session.process.pid} 2>&1 | grep -c permitted", "1\n")):
