@@ -22,6 +22,8 @@ from world.programs import Failure
 
 WORLD = "WORLD"  # in a step: the world's network namespace, which has no name before it exists
 FILTER = ("ip", "lnkd_host")
+CLOSED = " ".join((*FILTER, "closed"))  # the chain for uplinks that forward nothing but ours
+FORWARDS = 2  # as 1 for the kernel, but what somebody else switches on is 1
 OLD_SYSCTLS = RUN / "sysctls"
 COMMENT = "-m comment --comment lnkd-host"
 
@@ -102,14 +104,14 @@ def _packet_filter(lanes: Sequence[Lane], accept: bool) -> list[Step]:
     """Masquerading, and a guard: a lane's traffic takes its uplink, under its own address.
 
     A packet that the daemon's rules missed for a moment comes by another lane than its
-    connection; dropped, it is sent again on the right one. And an uplink on which forwarding
-    was off carries nothing else now.
+    connection; dropped, it is sent again on the right one.
     """
     table = " ".join(FILTER)
     steps = [
         step(f"nft add table {table}", f"nft delete table {table}"),
         step(f"nft add chain {table} nat {{ type nat hook postrouting priority srcnat ; }}"),
         step(f"nft add chain {table} guard {{ type filter hook forward priority filter ; }}"),
+        step(f"nft add chain {CLOSED} {{ type filter hook forward priority filter ; }}"),
     ]
     for lane in lanes:
         outer, device = f'"{lane.outer}"', f'"{lane.device}"'
@@ -117,28 +119,34 @@ def _packet_filter(lanes: Sequence[Lane], accept: bool) -> list[Step]:
                  f"guard iifname {outer} ip saddr != {lane.far} drop",
                  f"guard iifname {outer} oifname != {device} drop",
                  f"guard oifname {outer} ct state != {{ established, related }} drop"]
-        if not _forwards(lane.device):
-            rules.append(f'guard iifname {device} oifname != "{OURS}*" drop')
         steps += [step(f"nft add rule {table} {rule}") for rule in rules]
+    steps += [close(device) for device in closed(lanes)]
     if accept:
         accepting = [f"FORWARD {way} {OURS}+ {COMMENT} -j ACCEPT" for way in ("-i", "-o")]
         steps += [step(f"iptables -w -I {rule}", f"iptables -w -D {rule}") for rule in accepting]
     return steps
 
 
-def _forwards(device: str) -> bool:
-    try:
-        return sysctl(sysctl_path(device, "forwarding")) != 0
-    except FileNotFoundError:
-        return False
+def closed(lanes: Iterable[Lane]) -> list[str]:
+    """Uplinks that the machine itself forwards nothing from; one to come will be as the default."""
+    def forwards(device: str) -> bool:
+        with contextlib.suppress(FileNotFoundError):
+            return sysctl(sysctl_path(device, "forwarding")) not in (0, FORWARDS)
+        return device != "default" and forwards("default")
+
+    return [lane.device for lane in lanes if not forwards(lane.device)]
+
+
+def close(device: str) -> Step:
+    return step(f'nft add rule {CLOSED} iifname "{device}" oifname != "{OURS}*" drop')
 
 
 def uplink_sysctls(device: str) -> list[Step]:
     """What an uplink needs for answers to the world; nothing while it is not there."""
     wanted = {}
     try:
-        if sysctl(sysctl_path(device, "forwarding")) != 1:
-            wanted["forwarding"] = 1
+        if sysctl(sysctl_path(device, "forwarding")) == 0:
+            wanted["forwarding"] = FORWARDS
         # A strict filter drops the answers on all uplinks but that of the default route.
         if max(sysctl(sysctl_path(each, "rp_filter")) for each in ("all", device)) == 1:
             wanted["rp_filter"] = 2
@@ -174,17 +182,24 @@ class Changes:
         """A device that is gone took its settings with it; what is not goes by its name."""
         while self._done:
             each = self._done.pop()
-            if each.undo:
+            if each.undo and not (each.undo[0] == "sysctl" and _obsolete(each.undo[-1])):
                 with contextlib.suppress(Failure):
                     self.run(each.undo)
-        OLD_SYSCTLS.unlink(missing_ok=True)
         self.clean()
 
     def clean(self) -> bool:
-        """Takes away whatever is there by our names; whether there was something."""
-        commands = leftovers()
+        """Takes away whatever is there by our names; whether there was something.
+
+        What fails keeps nothing else from being done, and old values until they are set.
+        """
+        commands, problems = leftovers(), []
         for words in commands:
-            self.run(words)
+            try:
+                self.run(words)
+            except Failure as failure:
+                problems.append(str(failure))
+        if problems:
+            raise Failure("; ".join(problems))
         OLD_SYSCTLS.unlink(missing_ok=True)
         return bool(commands)
 
@@ -194,12 +209,27 @@ def _remember(setting: str) -> None:
     path = setting.split("=")[0]
     old = OLD_SYSCTLS.read_text() if OLD_SYSCTLS.exists() else ""
     if not any(line.startswith(f"{path}=") for line in old.splitlines()):
-        OLD_SYSCTLS.write_text(f"{old}{setting}\n")
+        new = OLD_SYSCTLS.with_suffix(".new")
+        new.write_text(f"{old}{setting}\n")
+        new.rename(OLD_SYSCTLS)
+
+
+def _obsolete(setting: str) -> bool:
+    """It is set, the device is gone, or somebody else has switched its forwarding meanwhile."""
+    path, value = setting.split("=")
+    try:
+        now = sysctl(path)
+    except FileNotFoundError:
+        return True
+    return now == int(value) or (path.endswith("/forwarding") and now != FORWARDS)
 
 
 def leftovers() -> list[tuple[str, ...]]:
     """Commands that take away what a killed run left; none when it left nothing."""
     found: list[tuple[str, ...]] = []
+    if OLD_SYSCTLS.exists():
+        found += [("sysctl", "-qw", line) for line in OLD_SYSCTLS.read_text().splitlines()
+                  if not _obsolete(line)]
     for rule in ask("-4", "rule", "show"):
         names = f"{rule.get('iif', '')} {rule.get('dst', '')}"
         if rule["priority"] == PRIORITY and re.search(rf"{OURS}|198\.1[89]\.", names):
@@ -216,7 +246,4 @@ def leftovers() -> list[tuple[str, ...]]:
               for line in forward.stdout.splitlines() if COMMENT in line]
     found += [("ip", "link", "delete", entry["ifname"]) for entry in ask("link", "show")
               if entry["ifname"].startswith(OURS)]
-    if OLD_SYSCTLS.exists():
-        found += [("sysctl", "-qw", line) for line in OLD_SYSCTLS.read_text().splitlines()
-                  if Path("/proc/sys", line.split("=")[0]).exists()]
     return found

@@ -39,6 +39,7 @@ class Follower:
     def __init__(self, session: Session):
         self._session = session
         self._up = session.up()
+        self._closed = changes.closed(session.setup.lanes)
         self._looked = time.monotonic()
         self._monitor = subprocess.Popen(
             ["ip", "-4", "-o", "monitor", "link", "address", "route"], stdin=subprocess.DEVNULL,
@@ -87,11 +88,20 @@ class Follower:
             changed |= self._correct_table(lane)
             changed |= before.get(lane.device) != session.setup.machine.get(lane.device)
         session.connect([lane for lane in up if lane not in self._up])
+        self._correct_closed()
         if changed:
             session.write_resolver()
             session.set_default()
             session.tell_links()
             self._up = up
+
+    def _correct_closed(self) -> None:
+        """Who has forwarding switched on, as a container engine does, wants what we kept out."""
+        closed = changes.closed(self._session.setup.lanes)
+        if closed != self._closed:
+            self._session.changes.run(("nft", "flush", "chain", *changes.CLOSED.split()))
+            self._session.changes.apply(map(changes.close, closed))
+            self._closed = closed
 
     def _correct_table(self, lane: Lane) -> bool:
         """Whether there was something to correct: also what the kernel itself took away."""

@@ -11,6 +11,7 @@ from contextlib import suppress
 from pathlib import Path
 
 import pytest
+from host.changes import CLOSED
 from lab import host, uplinks
 from lab.debian import USERS
 from lab.internet import GAME_SERVER
@@ -27,7 +28,8 @@ FOLLOWED_S = 2  # from a change of the machine to the session's traffic
 @pytest.mark.parametrize("forward", ["ACCEPT", "DROP"])
 def test_only_the_commands_connections_are_spread(start, forward):
     """The same user's others stay where the machine's routes lead, which are as before. In the end
-    it says what the server counted. Where containers run, nothing is forwarded without a rule."""
+    it says what the server counted. Where containers run, nothing is forwarded without a rule; what
+    they switch on meanwhile stays on."""
     subprocess.run(["iptables", "-P", "FORWARD", forward], check=True)
     routes = uplinks.routes()
     session = start(*PAIR)
@@ -35,7 +37,12 @@ def test_only_the_commands_connections_are_spread(start, forward):
     assert set(used) == SPREAD
     others = host.reaching(20, lambda url: subprocess.run(
         ["curl", "-so/dev/null", url], user=USERS["anna"], check=True))
+    subprocess.run(["sysctl", "-qw", "net.ipv4.ip_forward=1"], check=True)
+    wait_until(lambda: CABLE.name not in subprocess.check_output(
+        ["nft", "list", "chain", *CLOSED.split()], text=True), 5, "the machine's own forwarding")
     assert (others, uplinks.routes(), session.end()) == ({CABLE.address: 20}, routes, 0)
+    assert int(Path(f"/proc/sys/net/ipv4/conf/{CABLE.name}/forwarding").read_text()) == 1
+    subprocess.run(["sysctl", "-qw", "net.ipv4.ip_forward=0"], check=True)
     for uplink in CABLE, WIFI:
         row = re.search(rf" {uplink.name} +(?:[\d.]+ +){{3}}(\d+)", session.errors())
         assert int(row[1]) == used[uplink.address]
