@@ -6,6 +6,7 @@ import fcntl
 import os
 
 from host import RUN, Refusal
+from host.changes import OLD_SYSCTLS
 
 
 class Lock:
@@ -16,7 +17,7 @@ class Lock:
         while True:
             RUN.mkdir(mode=0o755, exist_ok=True)
             try:
-                self._file = open(self._path, "a+", encoding="ascii")
+                self._file = open(self._path, "a+", encoding="ascii", opener=_private)
             except FileNotFoundError:  # the run before has just removed the folder
                 continue
             try:
@@ -43,9 +44,15 @@ class Lock:
         self._file.close()
 
     def release(self) -> None:
-        """Leaves nothing below /run."""
+        """Leaves nothing below /run but what a cleaning that failed has still to restore."""
         for file in RUN.iterdir():
-            file.unlink()
+            if file != OLD_SYSCTLS:
+                file.unlink()
         with contextlib.suppress(OSError):  # the next run is already there
             RUN.rmdir()
         self._file.close()
+
+
+def _private(path: str, flags: int) -> int:
+    """Whoever may open it can lock it."""
+    return os.open(path, flags, 0o600)

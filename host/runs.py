@@ -6,7 +6,7 @@ import signal
 import sys
 from collections.abc import Iterator, Sequence
 
-from host import command, service, session
+from host import checks, command, service, session
 from host.changes import Changes
 from host.follow import Follower
 from host.lock import Lock
@@ -25,6 +25,7 @@ def _locked(verbose: bool) -> Iterator[tuple[Lock, bool]]:
 
 
 def clean(verbose: bool) -> int:
+    checks.tools()
     with _locked(verbose) as (_, found):
         print("taken away what a killed run left" if found else "nothing to take away")
     return 0
