@@ -1,8 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """The command: the machine's files and the user's rights, in the network of the world."""
 
-import contextlib
-import ctypes
 import os
 import pwd
 import signal
@@ -10,13 +8,11 @@ from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
+from host.mount import LIBC, RESOLVER, Mount, checked
 from world import programs
 
-LIBC = ctypes.CDLL(None, use_errno=True)
-CLONE_NEWNS, CLONE_NEWNET = 0x00020000, 0x40000000
-MS_BIND, MS_REC, MS_SLAVE = 0x1000, 0x4000, 1 << 19
+CLONE_NEWNET = 0x40000000
 PR_SET_PDEATHSIG = 1
-RESOLVER = "/etc/resolv.conf"
 
 ENDING = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
 SIGNALS = ENDING | {signal.SIGCHLD, signal.SIGIO}  # blocked, but for the command
@@ -50,16 +46,24 @@ def caller() -> User:
     return User(uid, gid, entry.pw_name, entry.pw_dir, entry.pw_shell or "/bin/sh")
 
 
-def start(command: Sequence[str], user: User, network: int, resolver: Path | None) -> int:
-    """Starts it in the network namespace of that descriptor; its process number."""
+def start(command: Sequence[str], user: User, network: int,
+          resolver: Path | None) -> tuple[int, Mount]:
+    """Starts it in the network namespace of that descriptor; its process number, and its mount."""
+    if resolver and not os.path.exists(RESOLVER):
+        programs.complain(f"there is no {RESOLVER}: names are not resolved until there is")
+    mount = Mount(resolver)
     pid = os.fork()
     if pid:
-        return pid
+        mount.started()
+        return pid, mount
     status = 126
     try:
-        _enter(network, resolver)
+        checked(LIBC.setns(network, CLONE_NEWNET), "its network")
+        mount.enter()
         _become(user)
         os.execvpe(command[0], list(command), user.environment())
+    except programs.Failure as failure:
+        programs.complain(f"{command[0]}: {failure}")
     except OSError as error:
         programs.complain(f"{command[0]}: {error.strerror}")
         status = 127 if isinstance(error, FileNotFoundError) else 126
@@ -81,19 +85,9 @@ def attend(pid: int, turn: Callable[[], None]) -> int:
         turn()
 
 
-def _enter(network: int, resolver: Path | None) -> None:
-    _checked(LIBC.setns(network, CLONE_NEWNET), "its network")
-    if resolver:
-        _checked(LIBC.unshare(CLONE_NEWNS), "its mounts")
-        _checked(LIBC.mount(None, b"/", None, MS_REC | MS_SLAVE, None), "its mounts")
-        _checked(LIBC.mount(os.fsencode(resolver), os.fsencode(os.path.realpath(RESOLVER)), None,
-                            MS_BIND, None), RESOLVER)
-
-
 def _become(user: User) -> None:
     if user.uid:
-        with contextlib.suppress(KeyError):
-            os.initgroups(user.name, user.gid)
+        os.initgroups(user.name, user.gid)
         os.setresgid(user.gid, user.gid, user.gid)
         os.setresuid(user.uid, user.uid, user.uid)
     # Without its world it has no links: it is told as if its terminal had gone.
@@ -101,8 +95,3 @@ def _become(user: User) -> None:
     for number in (signal.SIGPIPE, signal.SIGTTOU):
         signal.signal(number, signal.SIG_DFL)
     signal.pthread_sigmask(signal.SIG_SETMASK, [])
-
-
-def _checked(result: int, what: str) -> None:
-    if result != 0:
-        raise OSError(ctypes.get_errno(), f"{what}: {os.strerror(ctypes.get_errno())}")

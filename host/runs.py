@@ -51,7 +51,9 @@ def _attended(opened: Session, argv: Sequence[str], user: command.User, quiet: b
     try:
         if signal.sigpending() & command.ENDING:
             return 130
-        pid = command.start(argv or [user.shell], user, opened.phone.network, opened.resolver)
+        pid, mount = command.start(argv or [user.shell], user, opened.phone.network,
+                                   opened.resolver)
+        opened.turns.append(mount.renew)
         return command.attend(pid, opened.turn)
     finally:
         follower.close()

@@ -119,6 +119,11 @@ def join(name: str, argv: Sequence[str], user: command.User) -> int:
         if "refusal" in answer:
             raise Refusal(answer["refusal"])
         resolver = Path(answer["resolver"]) if answer["resolver"] else None
-        pid = command.start(argv or [user.shell], user, descriptors[0], resolver)
+        pid, mount = command.start(argv or [user.shell], user, descriptors[0], resolver)
         os.close(descriptors[0])
-        return command.attend(pid, lambda: None)
+
+        def turn() -> None:
+            with contextlib.suppress(OSError, programs.Failure):  # the world may have ended
+                mount.renew()
+
+        return command.attend(pid, turn)

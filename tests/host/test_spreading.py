@@ -66,6 +66,9 @@ def test_the_command_is_the_users_and_finds_what_the_machine_has(start):
             ("cat /proc/sys/net/ipv6/conf/all/disable_ipv6", "1\n"),
             (f"kill -0 {session.process.pid} 2>&1 | grep -c permitted", "1\n")):
         assert (command, session.type(command)) == (command, said)
+    Path("/etc/resolv.new").write_text(stub.read_text())
+    os.rename("/etc/resolv.new", stub)
+    wait_until(lambda: session.type(LOOK_UP) == "403\n", 5, "names after another file is there")
     assert stub.read_text() == "nameserver 127.0.0.53\n"
     stub.write_text(upstream.read_text())
     shutil.rmtree("/run/systemd")
