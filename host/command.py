@@ -3,19 +3,24 @@
 
 import os
 import pwd
+import re
 import signal
 from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
+from host import Refusal
 from host.mount import LIBC, RESOLVER, Mount, checked
 from world import programs
 
 CLONE_NEWNET = 0x40000000
 PR_SET_PDEATHSIG = 1
+NUMBER = re.compile(r"[0-9]{1,10}")
+NO_ID = 2**32 - 1  # says "leave it as it is" to the kernel
 
-ENDING = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP}
-SIGNALS = ENDING | {signal.SIGCHLD, signal.SIGIO}  # blocked, but for the command
+ENDING = {signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT}
+PASSED_ON = ENDING | {signal.SIGUSR1, signal.SIGUSR2, signal.SIGALRM}
+SIGNALS = PASSED_ON | {signal.SIGCHLD, signal.SIGIO}  # blocked, but for the command
 SI_KERNEL = 0x80
 TURN_S = 1.0  # what has no descriptor is looked at as often
 
@@ -27,6 +32,7 @@ class User:
     name: str
     home: str
     shell: str
+    umask: int
 
     def environment(self) -> dict[str, str]:
         """What sudo left, as it was before sudo."""
@@ -35,15 +41,21 @@ class User:
                        "SHELL": self.shell}
 
 
-def caller() -> User:
+def caller(umask: int) -> User:
     """Who called sudo; who runs this when nobody did."""
-    uid = int(os.environ.get("SUDO_UID", os.getuid()))
-    gid = int(os.environ.get("SUDO_GID", os.getgid()))
+    uid, gid = _number("SUDO_UID", os.getuid()), _number("SUDO_GID", os.getgid())
     try:
         entry = pwd.getpwuid(uid)
     except KeyError:
-        return User(uid, gid, str(uid), "/", "/bin/sh")
-    return User(uid, gid, entry.pw_name, entry.pw_dir, entry.pw_shell or "/bin/sh")
+        return User(uid, gid, str(uid), "/", "/bin/sh", umask)
+    return User(uid, gid, entry.pw_name, entry.pw_dir, entry.pw_shell or "/bin/sh", umask)
+
+
+def _number(variable: str, otherwise: int) -> int:
+    text = os.environ.get(variable, str(otherwise))
+    if not NUMBER.fullmatch(text) or int(text) >= NO_ID:
+        raise Refusal(f'{variable} is "{text}", which is no number of a user or group')
+    return int(text)
 
 
 def start(command: Sequence[str], user: User, network: int,
@@ -76,7 +88,7 @@ def attend(pid: int, turn: Callable[[], None]) -> int:
     while True:
         info = signal.sigtimedwait(SIGNALS, TURN_S)
         # The terminal has already sent its Ctrl-C to everyone in the foreground.
-        if info and info.si_signo in ENDING and info.si_code != SI_KERNEL:
+        if info and info.si_signo in PASSED_ON and info.si_code != SI_KERNEL:
             os.kill(pid, info.si_signo)
         ended, status = os.waitpid(pid, os.WNOHANG)
         if ended:
@@ -92,6 +104,7 @@ def _become(user: User) -> None:
         os.setresuid(user.uid, user.uid, user.uid)
     # Without its world it has no links: it is told as if its terminal had gone.
     LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGHUP)
-    for number in (signal.SIGPIPE, signal.SIGTTOU):
+    os.umask(user.umask)
+    for number in (signal.SIGPIPE, signal.SIGXFSZ, signal.SIGTTOU):
         signal.signal(number, signal.SIG_DFL)
     signal.pthread_sigmask(signal.SIG_SETMASK, [])

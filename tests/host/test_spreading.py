@@ -82,13 +82,14 @@ def test_the_status_is_the_commands(start, command, status):
 
 
 def test_the_terminal_is_the_commands(start):
-    """Ctrl-C ends what runs in a shell, not the shell, nor lnkd-host."""
+    """Ctrl-C, or Ctrl-\\, ends what runs in a shell, not the shell, nor lnkd-host."""
     pid, terminal = pty.fork()
     if pid == 0:
         os.execvpe(host.PROGRAM, [*host.command_line(*PAIR), "sh"], host.by_sudo("anna"))
     said = ""
     for typed, answer in (("stty -echo; echo be''gun; sleep 60\n", "begun"),
-                          ("\x03echo status $?\n", "status 130"), ("tty; exit 3\n", "/dev/pts/")):
+                          ("\x03echo status $?; echo ag''ain; sleep 60\n", "again"),
+                          ("\x1cecho status $?\n", "status 131"), ("tty; exit 3\n", "/dev/pts/")):
         os.write(terminal, typed.encode())
         end = time.monotonic() + 10
         while answer not in said:
