@@ -172,7 +172,8 @@ class Changes:
 
     def run(self, words: Sequence[str], world: str = "") -> None:
         if self._verbose:
-            print("+", shlex.join(words), file=sys.stderr)
+            with contextlib.suppress(OSError):  # a terminal that was closed
+                print("+", shlex.join(words), file=sys.stderr)
         words = [world if word == WORLD else word for word in words]
         result = subprocess.run(words, text=True, stderr=subprocess.PIPE)
         if result.returncode != 0:

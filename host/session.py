@@ -141,15 +141,21 @@ class Session:
         except (OSError, subprocess.SubprocessError, programs.Failure) as error:
             if str(error) != self._complaint:
                 self._complaint = str(error)
-                programs.complain(str(error))
+                _complain(str(error))
 
     def turn(self) -> None:
         for each in self.turns:
             self.attempt(each)
         if self.phone.ended() and not self.told_end:
             self.told_end = True
-            programs.complain("the daemon ended, nothing is steered anew"
-                              + (f"; its log: {self.setup.log}" if self.setup.log else ""))
+            _complain("the daemon ended, nothing is steered anew"
+                      + (f"; its log: {self.setup.log}" if self.setup.log else ""))
+
+
+def _complain(words: str) -> None:
+    """Where there may be nobody any more: a terminal that was closed, a full disk."""
+    with contextlib.suppress(OSError):
+        programs.complain(words)
 
 
 @contextlib.contextmanager
