@@ -109,10 +109,13 @@ def listing(machine: dict[str, Uplink], modems: Iterable[str]) -> str:
 
 
 def free_range() -> str:
-    """The first range that no route of the machine touches."""
-    routes = [route["dst"] for route in ask("-4", "route", "show", "table", "all")]
-    used = [ipaddress.ip_network(destination, strict=False) for destination in routes
-            if destination != "default"]
+    """The first range that no route of the machine touches, but for what a killed run left."""
+    routes = [route["dst"] for route in ask("-4", "route", "show", "table", "all")
+              if not route.get("dev", "").startswith(OURS)]
+    networks = [ipaddress.ip_network(destination, strict=False) for destination in routes
+                if destination != "default"]
+    # A VPN's default comes as two halves.
+    used = [network for network in networks if network.prefixlen >= 8]
     for candidate in RANGES:
         network = ipaddress.ip_network(f"{candidate}.0.0/16")
         if not any(network.overlaps(other) for other in used):
