@@ -75,6 +75,12 @@ def uplinks(lanes: Sequence[Lane], machine: dict[str, Uplink], force: bool, wait
                           "and waits for it")
 
 
+def modems(given: Sequence[str], machine: dict[str, Uplink]) -> None:
+    for device in given:
+        if device not in machine:
+            raise Refusal(f"modem {device}: there is no device of that name")
+
+
 def steered(uid: int, game: bool) -> None:
     if game and uid == 0:
         raise Refusal("--game is not for root, whose sockets are never destroyed: "
@@ -98,7 +104,7 @@ def firewall(force: bool) -> None:
     entries = json.loads(subprocess.check_output(["nft", "-j", "list", "ruleset"]))["nftables"]
     for chain in (entry["chain"] for entry in entries if "chain" in entry):
         ours = (chain["family"], chain["table"]) == FILTER
-        iptables = (chain["table"], chain["name"]) == ("filter", "FORWARD")
+        iptables = (chain["family"], chain["table"], chain["name"]) == ("ip", "filter", "FORWARD")
         if chain.get("hook") == "forward" and chain["family"] in ("ip", "inet") and not (
                 ours or iptables or force) and _ends_in_drop(chain, entries):
             name = f'{chain["family"]} {chain["table"]} {chain["name"]}'

@@ -9,7 +9,7 @@ from host import Refusal
 from host.lanes import Lane
 
 FOLDER = Path("/etc/lnkd")
-NAME = re.compile(r"[A-Za-z0-9_][A-Za-z0-9_.-]*$")
+NAME = re.compile(r"[A-Za-z0-9_][A-Za-z0-9_.-]*")
 
 
 @dataclass
@@ -21,7 +21,7 @@ class Wish:
 
 
 def check_name(name: str) -> str:
-    if not NAME.match(name):
+    if not NAME.fullmatch(name):
         raise Refusal(f'"{name}": not a name (letters, digits, _ . -)')
     return name
 

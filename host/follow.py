@@ -58,7 +58,7 @@ class Follower:
             before = self._session.setup.machine
             try:
                 self._look()
-            except (Failure, subprocess.SubprocessError):
+            except (Failure, OSError, subprocess.SubprocessError):
                 # A device that went meanwhile. Seen as a change once more, at the next turn.
                 self._session.setup.machine = before
                 self._looked = -POLL_S

@@ -24,6 +24,7 @@ from world.waiting import wait_until
 
 LIBC = ctypes.CDLL(None, use_errno=True)
 PR_SET_PDEATHSIG = 1
+LOG_FLAGS = os.O_WRONLY | os.O_CREAT | os.O_TRUNC | os.O_NOFOLLOW
 SHARE = re.compile(r"--probability ([\d.]+) -j zelk_fw_(\w+?)(?:_wrapper)?$", re.MULTILINE)
 
 
@@ -149,7 +150,7 @@ def _run(options: Options, lanes: Sequence[Lane], machine: socket.socket, log: s
         os.setsid()
         os.dup2(os.open("/dev/null", os.O_RDONLY), 0)
         # The daemon's log is opened here: inside, its path may be another file's.
-        os.dup2(os.open(log, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o644) if log else 2, 1)
+        os.dup2(os.open(log, LOG_FLAGS, 0o644) if log else 2, 1)
         status = launch.run(options, Veths(lanes, machine), ["sh", "-c", "exec lnkd 2>&1"],
                             options.environment())
     except OSError as error:

@@ -19,6 +19,7 @@ def setup(wish: Wish, build: Path, force: bool, waits: bool) -> Setup:
     """`waits`: whether uplinks may come later."""
     checks.tools()
     machine = uplinks.look()
+    checks.modems(wish.modems if not waits else (), machine)
     found = wish.lanes or lanes.choose(machine, wish.modems)[0]
     lanes.check(found)
     checks.uplinks(found, machine, force, waits)

@@ -59,10 +59,14 @@ class Service:
             wanted = json.loads(message)
             if wanted["name"] != self._name:
                 raise Refusal(f'the world that is up is "{self._name}"')
+            if not isinstance(wanted["uid"], int) or wanted["uid"] < 0:
+                raise Refusal("not a UID")
             checks.steered(wanted["uid"], self._session.setup.game)
             self._users[user] = wanted["uid"]
             self._steer(before)
-        except (Refusal, programs.Failure, TimeoutError) as problem:
+        # The latter three: a message that is none of ours.
+        except (Refusal, programs.Failure, TimeoutError, ValueError, KeyError,
+                TypeError) as problem:
             if user in self._users:
                 self._users[user] = NOBODY
                 user.send(json.dumps({"refusal": str(problem)}).encode())

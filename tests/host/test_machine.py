@@ -35,9 +35,14 @@ def test_what_cannot_be_is_refused(start):
             (users, (*PAIR, "--link", f"rmnet_data0={WIFI.name}"), WIFI.name),
             (users, (*PAIR, "--conf", "/nowhere"), "/nowhere"), (users, ("--join", "x"), '"?x"?'),
             (users, ("--up", "home"), "line 3"), (users, ("--up", "x"), "x.conf"),
-            (users | {"SUDO_UID": "123456"}, PAIR, "123456"), (users | {"SUDO_UID": "-1"}, PAIR, "-1"),
+            (users, ("--join", ""), "name"), (users, ("--modem", "eth7"), "eth7"),
+            (users, (*PAIR, "--modem", "x"), "--link"),
+            (users, ("--up", "home", "--game"), "--game"),
+            (users | {"SUDO_UID": "123456"}, PAIR, "123456"),
+            (users | {"SUDO_UID": "-1"}, PAIR, "-1"),
             (users | {"SUDO_UID": "0"}, (*PAIR, "--game"), "root")):
-        result = subprocess.run([*host.command_line(*arguments), "--", "true"], env=environment,
+        command = () if "--up" in arguments else ("--", "true")
+        result = subprocess.run([*host.command_line(*arguments), *command], env=environment,
                                 stdin=subprocess.DEVNULL, capture_output=True, text=True)
         assert (arguments, result.returncode, result.stdout) == (arguments, 2, "")
         assert re.fullmatch(rf"lnkd-host: .*{named}.*\n", result.stderr), (arguments, result.stderr)
