@@ -121,10 +121,24 @@ def _packet_filter(lanes: Sequence[Lane], accept: bool) -> list[Step]:
                  f"guard oifname {outer} ct state != {{ established, related }} drop"]
         steps += [step(f"nft add rule {table} {rule}") for rule in rules]
     steps += [close(device) for device in closed(lanes)]
-    if accept:
-        accepting = [f"FORWARD {way} {OURS}+ {COMMENT} -j ACCEPT" for way in ("-i", "-o")]
-        steps += [step(f"iptables -w -I {rule}", f"iptables -w -D {rule}") for rule in accepting]
-    return steps
+    return steps + (accepting() if accept else [])
+
+
+def accepting() -> list[Step]:
+    rules = [f"FORWARD {way} {OURS}+ {COMMENT} -j ACCEPT" for way in ("-i", "-o")]
+    return [step(f"iptables -w -I {rule}", f"iptables -w -D {rule}") for rule in rules]
+
+
+def missing(lanes: Sequence[Lane]) -> list[Step]:
+    """What somebody took away: networkd the policy rules as it starts, "nft flush" all of ours."""
+    steps = [] if _has_table() else _packet_filter(lanes, accept=False)
+    present = {rule.get("iif") or rule.get("dst") for rule in ask("-4", "rule", "show")
+               if rule["priority"] == PRIORITY}
+    return steps + [each for lane in lanes for each in _rules(lane) if each.do[4] not in present]
+
+
+def _has_table() -> bool:
+    return subprocess.run(["nft", "list", "table", *FILTER], capture_output=True).returncode == 0
 
 
 def closed(lanes: Iterable[Lane]) -> list[str]:
@@ -240,7 +254,7 @@ def leftovers() -> list[tuple[str, ...]]:
     tables = {str(TABLE + number) for number in range(len(NAMES))}
     used = {str(route.get("table")) for route in ask("-4", "route", "show", "table", "all")}
     found += [("ip", "route", "flush", "table", table) for table in sorted(tables & used)]
-    if subprocess.run(["nft", "list", "table", *FILTER], capture_output=True).returncode == 0:
+    if _has_table():
         found.append(("nft", "delete", "table", *FILTER))
     forward = subprocess.run(["iptables", "-w", "-S", "FORWARD"], capture_output=True, text=True)
     found += [("iptables", "-w", "-D", *shlex.split(line)[1:])

@@ -96,6 +96,12 @@ def filters_forwarding() -> bool:
     return [line for line in rules.splitlines() if COMMENT not in line] != ["-P FORWARD ACCEPT"]
 
 
+def shut_out() -> bool:
+    """Whether it may, and our accepting rules are not there."""
+    rules = subprocess.check_output(["iptables", "-w", "-S", "FORWARD"], text=True)
+    return COMMENT not in rules and filters_forwarding()
+
+
 def firewall(force: bool) -> None:
     """Refuses a packet filter that ends in a drop: an accepting rule of ours changes nothing there.
 

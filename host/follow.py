@@ -9,9 +9,9 @@ import signal
 import subprocess
 import time
 
-from host import changes, uplinks
+from host import changes, checks, uplinks
 from host.lanes import Lane
-from host.session import Session
+from host.session import Session, complain
 from host.uplinks import ask
 from world.programs import Failure
 
@@ -79,6 +79,7 @@ class Follower:
         session = self._session
         before = session.setup.machine
         session.setup.machine = uplinks.look()
+        self._replace_missing()
         up = session.up()
         changed = up != self._up
         # Those that go, first: until then new connections are dealt to them.
@@ -94,6 +95,13 @@ class Follower:
             session.set_default()
             session.tell_links()
             self._up = up
+
+    def _replace_missing(self) -> None:
+        steps = changes.missing(self._session.setup.lanes)
+        steps += changes.accepting() if checks.shut_out() else []
+        if steps:
+            self._session.changes.apply(steps)
+            complain("rules of this run were taken away or shut out; they are there again")
 
     def _correct_closed(self) -> None:
         """Who has forwarding switched on, as a container engine does, wants what we kept out."""

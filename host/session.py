@@ -141,18 +141,18 @@ class Session:
         except (OSError, subprocess.SubprocessError, programs.Failure) as error:
             if str(error) != self._complaint:
                 self._complaint = str(error)
-                _complain(str(error))
+                complain(str(error))
 
     def turn(self) -> None:
         for each in self.turns:
             self.attempt(each)
         if self.phone.ended() and not self.told_end:
             self.told_end = True
-            _complain("the daemon ended, nothing is steered anew"
+            complain("the daemon ended, nothing is steered anew"
                       + (f"; its log: {self.setup.log}" if self.setup.log else ""))
 
 
-def _complain(words: str) -> None:
+def complain(words: str) -> None:
     """Where there may be nobody any more: a terminal that was closed, a full disk."""
     with contextlib.suppress(OSError):
         programs.complain(words)

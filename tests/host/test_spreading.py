@@ -139,6 +139,9 @@ def test_an_uplink_that_changes_is_followed(start):
             assert time.monotonic() < end, (found, wanted, uplinks.routes())
 
     within(SPREAD)
+    subprocess.run("nft flush ruleset; while ip rule delete pref 5210; do :; done", shell=True)
+    wait_until(lambda: "again" in session.errors(), 5, "the rules that were taken away")
+    within(SPREAD)
     for gone, address, gateway in ((False, CABLE.address, "192.168.1.254"),
                                    (True, "192.168.1.150", "192.168.1.253"),
                                    (True, CABLE.address, CABLE.gateway)):
