@@ -64,6 +64,7 @@ def start(command: Sequence[str], user: User, network: int,
     if resolver and not os.path.exists(RESOLVER):
         programs.complain(f"there is no {RESOLVER}: names are not resolved until there is")
     mount = Mount(resolver)
+    runner = os.getpid()
     pid = os.fork()
     if pid:
         mount.started()
@@ -73,6 +74,8 @@ def start(command: Sequence[str], user: User, network: int,
         checked(LIBC.setns(network, CLONE_NEWNET), "its network")
         mount.enter()
         _become(user)
+        if os.getppid() != runner:  # it was killed before its death could be told
+            os._exit(1)
         os.execvpe(command[0], list(command), user.environment())
     except programs.Failure as failure:
         programs.complain(f"{command[0]}: {failure}")
