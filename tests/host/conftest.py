@@ -5,6 +5,7 @@
 """
 
 import os
+import signal
 import sys
 from pathlib import Path
 
@@ -15,6 +16,10 @@ sys.path.insert(0, str(REPOSITORY))
 
 from lab import debian, host  # noqa: E402
 from lab.driver import run_each  # noqa: E402
+
+
+# By it a command hears of the end of its run; under nohup, say, it would be ignored in all below.
+signal.signal(signal.SIGHUP, signal.SIG_DFL)
 
 
 def pytest_collection_modifyitems(items):
