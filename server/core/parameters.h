@@ -145,7 +145,6 @@ class Parameters {
     void populateuidwhitelist() EXCLUDES(m_textMutex);
     void populateDblWlanUidWhitelist() EXCLUDES(m_textMutex);
     void populateGamingUids() EXCLUDES(m_textMutex);
-    std::string getGamingUids() const EXCLUDES(m_textMutex);
     std::vector<std::string> uidWhitelist() const EXCLUDES(m_textMutex);
     std::vector<std::string> dblWlanUidWhitelist() const EXCLUDES(m_textMutex);
     std::vector<std::string> gamingUidList() const EXCLUDES(m_textMutex);

@@ -77,11 +77,6 @@ void Parameters::populateGamingUids() {
     }
 }
 
-std::string Parameters::getGamingUids() const {
-    const MutexLock lock(m_textMutex);
-    return m_gamingUids;
-}
-
 std::vector<std::string> Parameters::uidWhitelist() const {
     const MutexLock lock(m_textMutex);
     return m_uidWhitelist;

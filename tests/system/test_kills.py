@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """A daemon that is killed at any moment, and what the next one makes of its ruins.
 
-LNKD_ROUNDS=40 LNKD_SEED=7 scripts/test system killed
+LNKD_ROUNDS=20 LNKD_SEED=7 scripts/test system killed
 """
 
 import os

@@ -9,8 +9,7 @@ from errno import ECONNABORTED
 import pytest
 import world
 from lab.client import CALL_UID, GAME_UID, Client
-from lab.driver import (ALL_LINKS, DEADLINE, socket_of, wait_for_probes, wait_for_selection,
-                        wait_until)
+from lab.driver import ALL_LINKS, socket_of, wait_for_probes, wait_for_selection, wait_until
 from lab.internet import CALL_PEER, GAME_SERVER, WEB_SERVER, WEB_SERVER6
 from lab.links import LINKS, set_links
 
