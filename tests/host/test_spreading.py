@@ -87,8 +87,9 @@ def test_the_terminal_is_the_commands(start):
     if pid == 0:
         os.execvpe(host.PROGRAM, [*host.command_line(*PAIR), "sh"], host.by_sudo("anna"))
     said = ""
-    for typed, answer in (("stty -echo; echo be''gun; sleep 60\n", "begun"),
-                          ("\x03echo status $?; echo ag''ain; sleep 60\n", "again"),
+    # The inner shell speaks once it has the terminal: a key typed earlier would be the outer one's.
+    for typed, answer in (("stty -echo; sh -c \"echo be''gun; exec sleep 60\"\n", "begun"),
+                          ("\x03sh -c \"echo ag''ain; exec sleep 60\"\n", "again"),
                           ("\x1cecho status $?\n", "status 131"), ("tty; exit 3\n", "/dev/pts/")):
         os.write(terminal, typed.encode())
         end = time.monotonic() + 10
