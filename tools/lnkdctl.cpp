@@ -1,79 +1,76 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <getopt.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <vector>
 
-#include "command.h"
-#include "session.h"
+#include "commands/table.h"
+#include "output/nearest.h"
+#include "session/command.h"
 
 namespace lnkd {
 namespace {
 
-constexpr int kDefaultPeriodMs = 1000;  // the daemon's own period unless it is configured
-
 void printHelp() {
-    std::printf(
-            "Usage: lnkdctl [--socket PATH] [--period MS]\n"
-            "Sends commands from standard input, one a line, to the lnkd daemon.\n"
-            "\n"
-            "  --socket PATH   control socket (default %s)\n"
-            "  --period MS     least time between two messages (default %d)\n"
-            "  --help          this text\n"
-            "  --version       the version\n"
-            "\n"
-            "Commands:\n"
-            "%s"
-            "Blank lines and lines that begin with # are skipped.\n"
-            "\n"
-            "Exit status: 0 all sent, 1 a line was refused, 2 usage, 3 no daemon.\n",
-            kControlSocketPath, kDefaultPeriodMs, commandHelp().c_str());
-}
-
-ExitStatus usageError(const std::string& what) {
-    std::fprintf(stderr, "lnkdctl: %s\nTry \"lnkdctl --help\".\n", what.c_str());
-    return kUsageError;
-}
-
-ExitStatus runTool(int argc, char** argv) {
-    const option longOptions[] = {{"socket", required_argument, nullptr, 's'},
-                                  {"period", required_argument, nullptr, 'p'},
-                                  {"help", no_argument, nullptr, 'h'},
-                                  {"version", no_argument, nullptr, 'v'},
-                                  {nullptr, 0, nullptr, 0}};
-    SessionOptions options = {kControlSocketPath, kDefaultPeriodMs, isatty(STDIN_FILENO) != 0};
-    for (int letter; (letter = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
-        switch (letter) {
-            case 's':
-                options.socketPath = optarg;
-                if (options.socketPath.empty() ||
-                    options.socketPath.size() >= sizeof(sockaddr_un::sun_path)) {
-                    return usageError(quoted(optarg) + ": not a socket path (1 to 107 bytes)");
-                }
-                break;
-            case 'p':
-                if (!parseMilliseconds(optarg, &options.periodMs)) {
-                    return usageError(quoted(optarg) + ": not milliseconds (0 to 86400000)");
-                }
-                break;
-            case 'h':
-                printHelp();
-                return kAllSent;
-            case 'v':
-                std::printf("lnkdctl 3.0.4.5\n");
-                return kAllSent;
-            default:  // getopt_long has said what is wrong
-                std::fprintf(stderr, "Try \"lnkdctl --help\".\n");
-                return kUsageError;
+    std::fputs("Usage: lnkdctl COMMAND [OPTIONS] [FILE]\n", stdout);
+    std::string listed;
+    for (const Subcommand& command : subcommands()) {
+        if (!command.name.empty()) {
+            std::string line = "  " + command.name;
+            line.resize(14, ' ');
+            listed += line + command.summary + '\n';
         }
     }
-    if (optind < argc) {
-        return usageError(quoted(argv[optind]) + ": commands are read from standard input");
+    std::fputs(listed.c_str(), stdout);
+    std::fputs("\"lnkdctl COMMAND --help\" says more.\n\n", stdout);
+    std::fputs(helpOf(*findSubcommand("")).c_str(), stdout);
+    std::printf(
+            "\nCommands of a session:\n%s"
+            "Blank lines and lines that begin with # are skipped.\n"
+            "Exit status: 0 all sent, 1 a line was refused, 2 usage, 3 no daemon.\n",
+            commandHelp().c_str());
+}
+
+int wordError(const std::string& word) {
+    if (isSessionWord(word)) {
+        return usageError("", quoted(word) +
+                                      ": a command of a session, which reads standard input; the "
+                                      "daemon serves one session in its life");
     }
-    return Session(options).run();
+    std::vector<std::string> names;
+    for (const Subcommand& known : subcommands()) {
+        if (!known.name.empty()) {
+            names.push_back(known.name);
+        }
+    }
+    return usageError("", quoted(word) + ": not a command" + suggestionFor(word, names));
+}
+
+int runTool(const std::vector<std::string>& words) {
+    const bool isNamed = !words.empty() && (words[0].empty() || words[0][0] != '-');
+    const Subcommand* const command = findSubcommand(isNamed ? words[0] : "");
+    if (command == nullptr || (isNamed && words[0].empty())) {
+        return wordError(words[0]);
+    }
+    Arguments arguments;
+    std::string error;
+    if (!parseArguments(*command, {words.begin() + (isNamed ? 1 : 0), words.end()}, &arguments,
+                        &error)) {
+        return usageError(command->name, error);
+    }
+    if (arguments.has("help")) {
+        if (isNamed) {
+            std::fputs(helpOf(*command).c_str(), stdout);
+        } else {
+            printHelp();
+        }
+        return 0;
+    }
+    if (!isNamed && arguments.has("version")) {
+        std::puts("lnkdctl 3.0.4.5");
+        return 0;
+    }
+    return command->run(arguments);
 }
 
 }  // namespace
@@ -81,5 +78,5 @@ ExitStatus runTool(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // also for a reader of our output that is gone
-    return lnkd::runTool(argc, argv);
+    return lnkd::runTool({argv + 1, argv + argc});
 }

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <thread>
 
-#include "command.h"
+#include "session/command.h"
 
 namespace lnkd {
 namespace {

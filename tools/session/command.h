@@ -43,6 +43,9 @@ bool parseMilliseconds(const std::string& text, int* milliseconds);
 // terminal shown as "?".
 std::string quoted(const std::string& text);
 
+// Whether a command begins with this word.
+bool isSessionWord(const std::string& word);
+
 // The commands with their arguments, one a line.
 std::string commandHelp();
 

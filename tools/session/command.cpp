@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "command.h"
+#include "session/command.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -266,6 +266,12 @@ std::string quoted(const std::string& text) {
         }
     }
     return '"' + result + (text.size() > kMaxQuoted ? "..." : "") + '"';
+}
+
+bool isSessionWord(const std::string& word) {
+    return std::any_of(std::begin(kCommands), std::end(kCommands), [&word](const CommandRow& row) {
+        return split(row.name, kBlanks, false)[0] == word;
+    });
 }
 
 std::string commandHelp() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "session.h"
+#include "session/session.h"
 
 #include <poll.h>
 #include <sys/socket.h>

@@ -4,15 +4,14 @@
 #include <chrono>
 #include <string>
 
-#include "command.h"
+#include "session/command.h"
 
 namespace lnkd {
 
-// Exit status of lnkdctl.
+// Exit status of a session.
 enum ExitStatus : int {
     kAllSent = 0,
     kLineRefused = 1,  // a line was wrong; the others were sent
-    kUsageError = 2,
     kUnreachable = 3,  // the daemon was not there, or went away before all was sent
 };
 

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "commands/table.h"
+
+#include <algorithm>
+
+#include "commands/completion.h"
+#include "session/session_command.h"
+
+namespace lnkd {
+
+const std::vector<Subcommand>& subcommands() {
+    static const std::vector<Subcommand> table = {
+            sessionCommand(),
+            completionCommand(),
+    };
+    return table;
+}
+
+const Subcommand* findSubcommand(const std::string& name) {
+    const std::vector<Subcommand>& table = subcommands();
+    const auto found = std::find_if(table.begin(), table.end(), [&name](const Subcommand& command) {
+        return command.name == name;
+    });
+    return found == table.end() ? nullptr : &*found;
+}
+
+}  // namespace lnkd
