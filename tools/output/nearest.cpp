@@ -39,13 +39,16 @@ size_t distance(std::string_view a, std::string_view b) {
 
 std::string nearestOf(std::string_view word, const std::vector<std::string>& known) {
     constexpr size_t kLongestWord = 64;  // no known word comes near; the work grows with the length
+    constexpr size_t kBeginning = 3;     // letters from which a word may be one that broke off
     if (word.size() > kLongestWord) {
         return "";
     }
     std::string nearest;
     size_t least = std::max<size_t>(word.size() / 3, 1);
     for (const std::string& candidate : known) {
-        const size_t steps = distance(word, candidate);
+        const bool isBeginning =
+                word.size() >= kBeginning && candidate.compare(0, word.size(), word) == 0;
+        const size_t steps = isBeginning ? 0 : distance(word, candidate);
         if (steps < least || (steps == least && nearest.empty())) {
             nearest = candidate;
             least = steps;
