@@ -78,5 +78,6 @@ int runTool(const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // also for a reader of our output that is gone
+    std::signal(SIGCHLD, SIG_DFL);  // ignored, as some parents leave it, no status would be left
     return lnkd::runTool({argv + 1, argv + argc});
 }

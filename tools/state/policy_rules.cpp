@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "state/policy_rules.h"
+
+#include <linux/fib_rules.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include "state/route_netlink.h"
+
+namespace lnkd {
+
+namespace {
+
+PolicyRule ruleOf(const RouteMessage& message, const fib_rule_hdr& header) {
+    constexpr size_t kHeader = sizeof(header);
+    constexpr uint32_t kAllBits = UINT32_MAX;
+    PolicyRule rule;
+    rule.priority = message.number(kHeader, FRA_PRIORITY, 0);
+    rule.mark = message.number(kHeader, FRA_FWMARK, 0);
+    rule.mask = message.number(kHeader, FRA_FWMASK, 0);
+    rule.table = message.number(kHeader, FRA_TABLE, header.table);
+    const bool looksElsewhere = header.src_len != 0 || header.dst_len != 0 || header.tos != 0 ||
+                                !message.attribute(kHeader, FRA_IIFNAME).empty() ||
+                                !message.attribute(kHeader, FRA_OIFNAME).empty() ||
+                                !message.attribute(kHeader, FRA_UID_RANGE).empty() ||
+                                (header.flags & FIB_RULE_INVERT) != 0;
+    rule.isMarkOnly = header.action == FR_ACT_TO_TBL && rule.mask == kAllBits && !looksElsewhere;
+    return rule;
+}
+
+}  // namespace
+
+Reading<std::vector<PolicyRule>> readPolicyRules() {
+    Reading<std::vector<PolicyRule>> rules;
+    rules.problem = dumpRouting(
+            RTM_GETRULE, AF_INET, [&rules] { rules.value.clear(); },
+            [&rules](const RouteMessage& message) {
+                fib_rule_hdr header;
+                if (message.header(&header)) {
+                    rules.value.push_back(ruleOf(message, header));
+                }
+            });
+    return rules;
+}
+
+}  // namespace lnkd
