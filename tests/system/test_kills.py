@@ -15,6 +15,7 @@ import world
 from lab.client import CALL_UID, GAME_UID
 from lab.driver import ALL_LINKS, settled, wait_for_selection, wait_until
 from lab.links import set_links
+from lab.steering import kernel
 
 ROUNDS = int(os.environ.get("LNKD_ROUNDS", "5"))
 SEED = int(os.environ.get("LNKD_SEED", "1"))
@@ -50,24 +51,83 @@ def kill_within(phone, rng, seconds):
         time.sleep(max(0, end - time.monotonic()))
     phone.daemon.process.kill()
     phone.daemon.process.wait()
+
+
+def wait_for_tools():
     tools = ["pgrep", "-f", "/system/bin/"]
     wait_until(lambda: subprocess.run(tools, stdout=subprocess.DEVNULL).returncode == 1, "tools")
 
 
+def clean(*options):
+    run = subprocess.run(["lnkdctl", "clean", *options], stdout=subprocess.PIPE,
+                         stderr=subprocess.STDOUT, text=True)
+    return run.returncode, run.stdout
+
+
 def test_a_run_over_the_ruins_of_a_killed_one_is_like_the_first(phone):
-    """Killed at start, in an order, a switch or the teardown: same orders, same rules, none left."""
+    """Killed at start, in an order, a switch or the teardown: same orders, same rules, none left.
+    Every other time the ruins are cleared away first, at once, under a tool that still runs."""
     with open("/etc/iproute2/rt_tables", "a", encoding="ascii") as tables:
         tables.write("1011 rmnet_data1\n")
     world.Ring("rmnet_data1")  # or each start would wait for its file
     rng = random.Random(SEED)
     since = time.monotonic()
     begin(phone)
-    clean = outcome(phone)
+    undisturbed = outcome(phone)
     phone.stop()
     seconds = time.monotonic() - since
     for number in range(ROUNDS):
         begin(phone)
         kill_within(phone, rng, seconds)
+        if number % 2 == 0:
+            wait_for_tools()
+        else:
+            status, said = clean()
+            wait_for_tools()
+            assert (number, status, kernel()) == (number, 0, {}), said
         begin(phone)
-        assert (number, outcome(phone)) == (number, clean)
+        assert (number, outcome(phone)) == (number, undisturbed)
         phone.stop()
+
+
+FOREIGN = ["iptables -w -t mangle -N mine", "iptables -w -t mangle -A OUTPUT -p tcp -j mine",
+           "ip -4 rule add fwmark 0x99 table main prio 30000",
+           "ip -4 rule add fwmark 0x5a/0xff table main prio 30000",
+           "ip -4 rule add fwmark 0x5a table main prio 29999"]
+LISTINGS = ["iptables -w -t mangle -S", "iptables -w -t nat -S", "ip -4 rule"]
+
+
+def listed():
+    return [subprocess.check_output(listing.split(), text=True) for listing in LISTINGS]
+
+
+def test_what_a_killed_run_left_is_removed_and_nothing_else(phone):
+    """Not under a running daemon; not by --dry-run; then all of it, also what somebody doubled."""
+    for command in FOREIGN:
+        subprocess.run(command.split(), check=True)
+    bare = listed()
+    phone.start()
+    phone.order((1, "10123"), (2, ALL_LINKS), (5, str(GAME_UID)))
+    rules = settled()
+    assert (clean()[0], kernel()) == (3, rules)
+    phone.daemon.process.kill()
+    phone.daemon.process.wait()
+    for command in ("iptables -w -t mangle -I OUTPUT -j zelk_DVX_wapper",
+                    "iptables -w -t mangle -A mine -p tcp -m comment --comment",
+                    "ip -4 rule add fwmark 0x5A table 1012 prio 30000"):
+        words = command.split()
+        words += ["it's \"ours\"", "-g", "zelk_DVX"] if words[-1] == "--comment" else []
+        subprocess.run(words, check=True)
+    ruins = listed()
+    status, said = clean("--dry-run")
+    assert (status, listed()) == (1, ruins)
+    assert [said.count(word) for word in ("hook", "chain: ", "policy rule: mark 0x5", "0x99")] == [
+        4, sum(name.startswith("zelk_") for name in rules), 4, 1]
+    assert (clean()[0], listed()) == (0, bare)
+    assert clean() == (0, "left alone: policy rule: mark 0x99 to table main; not a mark of lnkd's, "
+                          "--mark says that it is\nNothing of lnkd's is left.\n")
+    assert (clean("--mark=0x99")[0], "0x99" in listed()[2]) == (0, False)
+    for command in ("iptables -w -t mangle -F", "iptables -w -t mangle -X",
+                    "ip -4 rule del fwmark 0x5a/0xff prio 30000"):
+        subprocess.run(command.split(), check=True)
+    phone.start()  # to end as others do, with nothing left

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "clean/clean_command.h"
 #include "commands/completion.h"
 #include "session/session_command.h"
 
@@ -11,6 +12,7 @@ namespace lnkd {
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
             sessionCommand(),
+            cleanCommand(),
             completionCommand(),
     };
     return table;

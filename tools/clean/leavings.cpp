@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "clean/leavings.h"
+
+#include <cstdio>
+
+#include "core/text_values.h"
+
+namespace lnkd {
+
+namespace {
+
+// What the daemon gives to wlan0, wlan1 and cellular links unless its configuration says otherwise.
+constexpr uint32_t kMarksByName[] = {0x5A, 0x5B, 0x5C};
+
+bool isChainOfOurs(const std::string& name) {
+    return name.compare(0, 5, "zelk_") == 0;
+}
+
+std::string hexadecimal(uint32_t mark) {
+    char text[16];
+    snprintf(text, sizeof(text), "0x%x", mark);
+    return text;
+}
+
+std::vector<std::string> filterCommand(const char* table, const char* action,
+                                       const std::string& chain) {
+    return {kPacketFilterTool, "-w", "-t", table, action, chain};
+}
+
+void addHooks(const char* tableName, const FilterTable& table, std::vector<Removal>* removals) {
+    for (const auto& [chain, rules] : table) {
+        const std::string whatChain = std::string(tableName) + " hook: " + chain + " leads to ";
+        for (const FilterRule& rule : rules) {
+            const std::string& target = rule.target().empty() ? rule.valueOf("-g") : rule.target();
+            if (!isChainOfOurs(chain) && isChainOfOurs(target)) {
+                std::vector<std::string> words = filterCommand(tableName, "-D", chain);
+                words.insert(words.end(), rule.words.begin(), rule.words.end());
+                removals->push_back({std::move(words), whatChain + target});
+            }
+        }
+    }
+}
+
+// All are emptied before the first is deleted: a chain that a rule leads to cannot be.
+void addChains(const char* tableName, const FilterTable& table, std::vector<Removal>* removals) {
+    std::vector<Removal> deletions;
+    const std::string what = std::string(tableName) + " chain: ";
+    for (const auto& [chain, rules] : table) {
+        if (isChainOfOurs(chain)) {
+            removals->push_back({filterCommand(tableName, "-F", chain), ""});
+            deletions.push_back({filterCommand(tableName, "-X", chain), what + chain});
+        }
+    }
+    removals->insert(removals->end(), deletions.begin(), deletions.end());
+}
+
+// The marks that the links' chains set, listed as "--set-xmark 0x5a/0xffffffff".
+void addMarks(const FilterTable& mangle, std::set<uint32_t>* marks) {
+    for (const auto& [chain, rules] : mangle) {
+        for (const FilterRule& rule : rules) {
+            const std::string& value = rule.valueOf("--set-xmark");
+            const auto mark = parseFwmark(value.substr(0, value.find('/')));
+            if (isChainOfOurs(chain) && mark.has_value()) {
+                marks->insert(*mark);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+Leavings findLeavings(const FilterTable& mangle, const FilterTable& nat,
+                      const std::vector<PolicyRule>& rules, const RoutingTables& tables,
+                      std::set<uint32_t> furtherMarks) {
+    Leavings leavings;
+    addHooks("mangle", mangle, &leavings.removals);
+    addHooks("nat", nat, &leavings.removals);
+    addChains("nat", nat, &leavings.removals);
+    addChains("mangle", mangle, &leavings.removals);
+    std::set<uint32_t>& marks = furtherMarks;
+    marks.insert(std::begin(kMarksByName), std::end(kMarksByName));
+    addMarks(mangle, &marks);
+    for (const PolicyRule& rule : rules) {
+        if (rule.priority != kPolicyPriority || !rule.isMarkOnly) {
+            continue;
+        }
+        const std::string what = "policy rule: mark " + hexadecimal(rule.mark) + " to table " +
+                                 tables.nameOf(rule.table);
+        if (marks.count(rule.mark) == 0) {
+            leavings.foreignRules.push_back(what);
+            continue;
+        }
+        // With its table: another rule may have the same mark.
+        leavings.removals.push_back(
+                {{kRoutingTool, "-4", "rule", "del", "fwmark", hexadecimal(rule.mark), "table",
+                  std::to_string(rule.table), "prio", std::to_string(rule.priority)},
+                 what});
+    }
+    return leavings;
+}
+
+}  // namespace lnkd
