@@ -34,8 +34,8 @@ void printHelp() {
 int wordError(const std::string& word) {
     if (isSessionWord(word)) {
         return usageError("", quoted(word) +
-                                      ": a command of a session, which reads standard input; the "
-                                      "daemon serves one session in its life");
+                                      ": a command of a session, of which the daemon serves one in "
+                                      "its life; start it, and type the command there");
     }
     std::vector<std::string> names;
     for (const Subcommand& known : subcommands()) {
