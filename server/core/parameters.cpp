@@ -16,6 +16,7 @@ constexpr char kConfFile[] = "/vendor/etc/sla/lnkd.conf";
 Parameters* Parameters::instance() {
     static Parameters* const parameters = [] {
         auto* built = new Parameters;  // lives as long as the process: threads never lose it
+        built->load();
         built->populateuidwhitelist();
         return built;
     }();
@@ -23,14 +24,6 @@ Parameters* Parameters::instance() {
 }
 
 Parameters::Parameters() : m_interfaceInfoMap(std::make_shared<InterfaceTable>()) {
-    init();
-    readLnkdConfFile(kConfFile);
-    const MutexLock lock(m_tableMutex);
-    updateIfaces();
-    fillInterfaceTable();
-}
-
-void Parameters::init() {
     m_operValues[kWifiThreshold] = 1600;
     m_operValues[kWanThreshold] = 500;
     m_operValues[kMiniEstInterval] = 1000;
@@ -41,7 +34,14 @@ void Parameters::init() {
     m_operValues[kSockActiveTime] = 2000;
     m_operValues[kUpdatePmFreq] = 500;
     m_operValues[14] = 1;  // has no name and no reader
+}
+
+void Parameters::load() {
     getSLAVendorProp();
+    readLnkdConfFile(kConfFile);
+    const MutexLock lock(m_tableMutex);
+    updateIfaces();
+    fillInterfaceTable();
 }
 
 uint32_t Parameters::get(OperId id) const {

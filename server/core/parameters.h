@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <variant>
 #include <vector>
 
 #include "core/interface_info.h"
@@ -41,12 +43,15 @@ struct ProbeTarget {
 };
 
 // The daemon's settings and what its threads share: tunables from the configuration file, the
-// interface table, the UID lists and the flags of games and calls. One object, alive until the
-// process ends; every operation may be called from any thread.
+// interface table, the UID lists and the flags of games and calls. The daemon has one object, alive
+// until the process ends; every operation may be called from any thread.
 class Parameters {
   public:
-    // Returns the object, built at the first call from the built-in defaults, the configuration
-    // file and the system properties, in this order of precedence from low to high.
+    // The built-in defaults, no interfaces.
+    Parameters();
+
+    // Returns the daemon's object, built at the first call from the built-in defaults, the
+    // configuration file and the system properties, in this order of precedence from low to high.
     static Parameters* instance();
 
     Parameters(const Parameters&) = delete;
@@ -107,7 +112,17 @@ class Parameters {
     // Splits each line at its first "=" and applies the pair; lines without one are skipped.
     void fromVector(const std::vector<std::string>& lines);
     // Applies one pair; false for an unknown key, which changes nothing.
-    bool setValue(const char* key, const char* value);
+    bool setValue(const char* key, const char* value) EXCLUDES(m_tableMutex, m_textMutex);
+
+    // A key of the file and what it sets: a number, a text, or what threads share, by its setter.
+    using ConfigSetter = void (Parameters::*)(const char* value);
+    struct ConfigKey {
+        std::string_view name;
+        std::variant<OperId, uint32_t Parameters::*, int32_t Parameters::*,
+                     std::string Parameters::*, ConfigSetter>
+                target;
+    };
+    static const std::vector<ConfigKey>& configKeys();
 
     // ---- Interface table.
 
@@ -138,6 +153,10 @@ class Parameters {
 
     // ---- UID lists: the text as received and the list made from it. Entries are kept as they
     // came; whoever uses one checks it with parseUid().
+
+    // Longest entry of the two whitelists, a longer one is left out: five digits hold every
+    // application UID of a phone's first user. Gaming UIDs have no such limit.
+    static constexpr size_t longestWhitelistUid = 5;
 
     void setuidwhitelist(const char* uids) EXCLUDES(m_textMutex);
     void setDblWlanUidWhitelist(const char* uids) EXCLUDES(m_textMutex);
@@ -171,12 +190,11 @@ class Parameters {
     void setGamingRttServer(const char* server) EXCLUDES(m_textMutex);
 
   private:
-    Parameters();
-
-    // Built-in values of the numbered tunables, then vendor.sla.enabled.
-    void init();
-    bool setNumber(const std::string& key, const char* value);
-    bool setText(const std::string& key, const char* value) EXCLUDES(m_tableMutex, m_textMutex);
+    // Applies the configuration file and the system properties.
+    void load() EXCLUDES(m_tableMutex, m_textMutex);
+    void setNumInterfaces(const char* number) EXCLUDES(m_tableMutex);
+    template <size_t slot>
+    void setDescription(const char* description) EXCLUDES(m_tableMutex);
 
     // The interface table starts from vendor.sla.ifaces, or from two built-in interfaces when
     // that describes one that cannot be used.

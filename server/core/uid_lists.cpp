@@ -9,15 +9,11 @@ namespace lnkd {
 
 namespace {
 
-// Longest entry of the two whitelists: five digits hold every application UID of a phone's first
-// user. Gaming UIDs have no such limit.
-constexpr size_t kLongestWhitelistUid = 5;
-
 // The entries of a whitelist text; one that is too long is reported, by its length, and left out.
 std::vector<std::string> whitelistEntries(const std::string& text, void (*report)(size_t length)) {
     std::vector<std::string> kept;
     for (std::string& entry : splitList(text)) {
-        if (entry.size() > kLongestWhitelistUid) {
+        if (entry.size() > Parameters::longestWhitelistUid) {
             report(entry.size());
         } else {
             kept.push_back(std::move(entry));

@@ -6,12 +6,12 @@
 #include <cstring>
 #include <vector>
 
+#include "core/parameters.h"
 #include "core/text_values.h"
 
 namespace lnkd {
 namespace {
 
-constexpr size_t kMaxWhitelistUidDigits = 5;  // the daemon's whitelists skip a longer entry
 constexpr size_t kBssidDigits = 12;
 constexpr int kMaxMilliseconds = 24 * 60 * 60 * 1000;
 constexpr size_t kMaxQuoted = 40;  // an error stays on one line of a terminal
@@ -84,7 +84,7 @@ bool convertUids(const std::string& argument, Command* command, std::string* err
         return true;
     }
     for (const std::string& uid : split(argument, ",", true)) {
-        if (!parseUid(uid) || uid.size() > kMaxWhitelistUidDigits) {
+        if (!parseUid(uid) || uid.size() > Parameters::longestWhitelistUid) {
             *error = quoted(uid) +
                      ": not a UID for this list (digits, no leading 0, at most 5), nor none";
             return false;
