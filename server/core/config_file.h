@@ -8,6 +8,8 @@
 
 namespace lnkd {
 
+constexpr char kConfFile[] = "/vendor/etc/sla/lnkd.conf";
+
 // A file beyond this is not a configuration but an accident; reading it whole could take all
 // memory of a small phone.
 constexpr size_t kLargestConfFile = 1024 * 1024;  // bytes

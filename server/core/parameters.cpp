@@ -3,15 +3,10 @@
 
 #include <cutils/properties.h>
 
+#include "core/config_file.h"
 #include "core/text_values.h"
 
 namespace lnkd {
-
-namespace {
-
-constexpr char kConfFile[] = "/vendor/etc/sla/lnkd.conf";
-
-}  // namespace
 
 Parameters* Parameters::instance() {
     static Parameters* const parameters = [] {

@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """lnkdctl at a command line."""
 
+import json
 import subprocess
 
 import pytest
+import world
 
 COMPLETED = r"""
 . <(lnkdctl completion bash)
@@ -47,3 +49,24 @@ def test_a_wrong_command_line_is_told_apart(words, said):
 def test_the_completion_of_zsh_is_one():
     script = subprocess.check_output(["lnkdctl", "completion", "zsh"])
     subprocess.run(["zsh", "-n"], input=script, check=True)
+
+
+@pytest.mark.parametrize("content, statuses", [
+    ("n_hyst=2\n", (0, 0)), ("n_hyst=0\n", (0, 1)), ("n_hyst=0\nn_hist=1\n", (2, 2)),
+    ("n_hyst=2\n" + "#\n" * (1 << 19), (2, 2)), (None, (2, 2)),
+], ids=["right", "warning", "error", "huge", "missing"])
+def test_check_judges_the_file_that_is_named(tmp_path, content, statuses):
+    """Plainly and strictly; what the daemon of this machine reads does not count."""
+    world.CONFIGURATION.write_text("t_hyst_s=7\nwrong\n")
+    file = tmp_path / "lnkd.conf"
+    if content is not None:
+        file.write_text(content)
+    runs = [subprocess.run(["lnkdctl", "check", *options, "--json", file], stdout=subprocess.PIPE,
+                           stderr=subprocess.PIPE, text=True) for options in ([], ["--strict"])]
+    assert tuple(run.returncode for run in runs) == statuses
+    if runs[0].stdout:
+        values = {row["key"]: (row["value"], row["line"]) for row in
+                  json.loads(runs[0].stdout)["values"]}
+        assert values["t_hyst_s"] == (0, None) and values["n_hyst"][1] == 1
+    else:
+        assert "lnkdctl check: " in runs[0].stderr and "defaults" in runs[0].stderr

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "check/check_command.h"
 #include "clean/clean_command.h"
 #include "commands/completion.h"
 #include "session/session_command.h"
@@ -12,6 +13,7 @@ namespace lnkd {
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
             sessionCommand(),
+            checkCommand(),
             cleanCommand(),
             completionCommand(),
     };

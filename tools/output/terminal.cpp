@@ -114,6 +114,24 @@ std::string Table::lines(const Terminal& terminal) const {
     return result;
 }
 
+std::string wrapped(std::string_view text, std::string_view indent, size_t width) {
+    std::string result;
+    size_t used = columnsOf(indent);
+    const size_t begin = used;
+    while (!text.empty()) {
+        const size_t length = std::min(text.find(' '), text.size());
+        const std::string_view word = text.substr(0, length);
+        text.remove_prefix(std::min(length + 1, text.size()));
+        if (width > 0 && used > begin && used + 1 + columnsOf(word) > width) {
+            result.append("\n").append(indent);
+            used = begin;
+        }
+        result.append(used > begin ? " " : "").append(word);
+        used += (used > begin ? 1 : 0) + columnsOf(word);
+    }
+    return result;
+}
+
 size_t columnsOf(std::string_view text) {
     size_t columns = 0;
     for (; !text.empty(); ++columns) {

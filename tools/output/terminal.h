@@ -51,6 +51,11 @@ class Table {
     std::vector<std::vector<Cell>> m_rows;
 };
 
+// A text broken at its blanks into lines of at most `width` columns, where its words allow it; 0:
+// not at all. `indent` begins each line but the first, which somebody has begun; there is no line
+// end behind the last.
+std::string wrapped(std::string_view text, std::string_view indent, size_t width);
+
 // Columns that a text takes, each character one.
 size_t columnsOf(std::string_view text);
 
