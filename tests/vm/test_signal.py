@@ -2,6 +2,7 @@
 """A Wi-Fi whose signal falls and rises, that goes away and comes back, on the kernel's own
 802.11 code."""
 
+import json
 import re
 import subprocess
 import time
@@ -30,6 +31,14 @@ def station():
 def set_signal(dbm):
     RADIO.write_text(str(2**64 + dbm))
     wait_until(lambda: re.search(rf"signal:\s*{dbm} ", station()), f"signal {dbm}")
+
+
+def doctor():
+    """What it says of the Wi-Fi's signal."""
+    run = subprocess.run(["lnkdctl", "doctor", "--json", "--no-probe", "--links=wlan0"],
+                         stdout=subprocess.PIPE, check=False)
+    return {need["thing"]: f"{need['state']} {need['found']}"
+            for need in json.loads(run.stdout)["needs"] if need["subject"] == "Wi-Fi signal"}
 
 
 def access_point(*command):
@@ -129,10 +138,12 @@ def test_a_wifi_that_goes_away(phone):
     assert reading_and_penalty(phone, 0) == (0, 60)
     phone.order((UPDATE_BSSID, BSSID))
     assert reading_and_penalty(phone, -50) == (-50, 0)
+    assert doctor() == {"nl80211": "ok nl80211", "wlan0": "ok wlan0: -50 dBm"}
 
     access_point("deny_acl", "ADD_MAC", STATION)
     access_point("deauthenticate", STATION)
     wait_until(lambda: not station(), "disassociation")
+    assert doctor()["wlan0"] == "unknown wlan0: not connected to an access point"
     logged(phone, READING, 1)  # may have been asked for before
     since = len(phone.daemon.log)
     assert logged(phone, READING, 3) == [0] * 3

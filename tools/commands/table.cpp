@@ -6,16 +6,14 @@
 #include "check/check_command.h"
 #include "clean/clean_command.h"
 #include "commands/completion.h"
+#include "doctor/doctor_command.h"
 #include "session/session_command.h"
 
 namespace lnkd {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-            sessionCommand(),
-            checkCommand(),
-            cleanCommand(),
-            completionCommand(),
+            sessionCommand(), checkCommand(), cleanCommand(), doctorCommand(), completionCommand(),
     };
     return table;
 }
