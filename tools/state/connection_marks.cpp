@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <iterator>
 
 namespace lnkd {
 
@@ -17,6 +18,23 @@ namespace {
 constexpr std::chrono::seconds kTimeLimit(2);
 constexpr std::string_view kMark = " mark=";
 constexpr size_t kLongestLine = 4096;  // bytes; the kernel's have a few hundred
+
+// Whether the line is of a TCP connection that is closed or about to be: "ipv4 2 tcp 6 119
+// TIME_WAIT src=...".
+bool isEnding(std::string_view line) {
+    constexpr std::string_view kStates[] = {"TIME_WAIT ", "FIN_WAIT ", "CLOSE_WAIT ", "LAST_ACK ",
+                                            "CLOSE "};
+    const size_t addresses = line.find("src=");
+    const size_t begin = line.substr(0, addresses).find(" tcp ");
+    if (addresses == std::string_view::npos || begin == std::string_view::npos) {
+        return false;
+    }
+    const std::string_view head = line.substr(begin, addresses - begin);
+    return std::any_of(std::begin(kStates), std::end(kStates), [head](std::string_view state) {
+        return head.size() > state.size() &&
+               head.compare(head.size() - state.size(), state.size(), state) == 0;
+    });
+}
 
 Reading<int64_t> readNumber(const std::string& path) {
     const Reading<std::string> file = readFile(path, 64);
@@ -52,7 +70,9 @@ void MarkCounter::takeLine(std::string_view line) {
         const std::string_view digits = line.substr(at + kMark.size());
         std::from_chars(digits.data(), digits.data() + digits.size(), mark);
     }
-    ++m_counts[mark];
+    ConnectionCount& count = m_counts[mark];
+    ++count.all;
+    count.live += isEnding(line) ? 0 : 1;
 }
 
 Reading<ConnectionsByMark> countConnections(const char* table) {

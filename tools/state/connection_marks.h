@@ -13,8 +13,14 @@ namespace lnkd {
 
 constexpr char kConnectionTable[] = "/proc/net/nf_conntrack";
 
+// How many connections are tracked.
+struct ConnectionCount {
+    size_t all = 0;
+    size_t live = 0;  // without TCP connections that are being closed, or are remembered closed
+};
+
 // Tracked connections by their mark; 0 is that of a connection without one.
-using ConnectionsByMark = std::map<uint32_t, size_t>;
+using ConnectionsByMark = std::map<uint32_t, ConnectionCount>;
 
 // Counts the lines of a connection table. The text comes in pieces, cut anywhere.
 class MarkCounter {

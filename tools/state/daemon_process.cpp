@@ -40,10 +40,10 @@ int64_t kilobytes(const std::string& file, const std::string& name) {
                    : numberFrom(std::string_view(file).substr(at + name.size() + 2));
 }
 
-int64_t secondsNow(clockid_t clock) {
+int64_t millisecondsNow(clockid_t clock) {
     timespec now{};
     clock_gettime(clock, &now);
-    return now.tv_sec;
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
 int64_t startTime(const std::string& folder) {
@@ -55,8 +55,9 @@ int64_t startTime(const std::string& folder) {
     if (at == std::string::npos) {
         return 0;
     }
-    const int64_t sinceBoot = numberFrom(std::string_view(stat).substr(at)) / sysconf(_SC_CLK_TCK);
-    return secondsNow(CLOCK_REALTIME) - secondsNow(CLOCK_BOOTTIME) + sinceBoot;
+    const int64_t ticks = numberFrom(std::string_view(stat).substr(at));
+    const int64_t bootedAt = millisecondsNow(CLOCK_REALTIME) - millisecondsNow(CLOCK_BOOTTIME);
+    return (bootedAt + ticks * 1000 / sysconf(_SC_CLK_TCK)) / 1000;
 }
 
 void findLog(const std::string& folder, DaemonProcess* daemon) {

@@ -30,6 +30,13 @@ PolicyRule ruleOf(const RouteMessage& message, const fib_rule_hdr& header) {
 
 }  // namespace
 
+bool isRuleOfDaemon(const PolicyRule& rule) {
+    constexpr uint32_t kFirstMark = 0x5A;
+    constexpr uint32_t kLastMark = 0x5C;
+    return rule.priority == kPolicyPriority && rule.isMarkOnly && rule.mark >= kFirstMark &&
+           rule.mark <= kLastMark;
+}
+
 Reading<std::vector<PolicyRule>> readPolicyRules() {
     Reading<std::vector<PolicyRule>> rules;
     rules.problem = dumpRouting(

@@ -21,6 +21,10 @@ struct PolicyRule {
     bool isMarkOnly = false;
 };
 
+// Whether the daemon may have made it: of its priority, and with one of the marks that it gives to
+// links by their names.
+bool isRuleOfDaemon(const PolicyRule& rule);
+
 // All of them, in the order in which the kernel asks them.
 Reading<std::vector<PolicyRule>> readPolicyRules();
 
