@@ -30,6 +30,13 @@ TEST(Output, ATableLinesUpAndSteersNoTerminal) {
               "LINK         SHARE  STATE\n"
               "wlan0          5 %  café\n"
               "rmnet_data0  100 %  a?[2J??\n");
+    EXPECT_EQ(table.width(), 27U);
+}
+
+TEST(Output, ATextIsBrokenAtBlanksAndBlanksInARowStay) {
+    EXPECT_EQ(wrapped("a  é cd efghij k", 6, 2), "a  é\n  cd\n  efghij\n  k");
+    EXPECT_EQ(wrapped("a b", 0, 2), "a b");
+    EXPECT_EQ(wrapped("", 5, 2), "");
 }
 
 TEST(Output, TheNearestWordIsTheOneThatWasMeant) {

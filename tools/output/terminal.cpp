@@ -73,25 +73,48 @@ size_t Terminal::width() const {
     return size.ws_col;
 }
 
+size_t Terminal::height() const {
+    winsize size = {};
+    if (!m_isTerminal || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) {
+        return 0;
+    }
+    return size.ws_row;
+}
+
 Table::Table(std::vector<std::string> headings) : m_headings(std::move(headings)) {}
 
 void Table::add(std::vector<Cell> row) {
     m_rows.push_back(std::move(row));
 }
 
-std::string Table::lines(const Terminal& terminal) const {
-    std::vector<std::vector<Cell>> rows(1);
+std::vector<size_t> Table::widths() const {
     std::vector<size_t> widths;
     for (const std::string& heading : m_headings) {
-        rows[0].push_back({heading.substr(isRight(heading) ? 1 : 0), Tone::kHeading});
-        widths.push_back(columnsOf(rows[0].back().text));
+        widths.push_back(columnsOf(heading) - (isRight(heading) ? 1 : 0));
     }
-    rows.insert(rows.end(), m_rows.begin(), m_rows.end());
     for (const std::vector<Cell>& row : m_rows) {
         for (size_t i = 0; i < widths.size(); ++i) {
             widths[i] = std::max(widths[i], columnsOf(row[i].text));
         }
     }
+    return widths;
+}
+
+size_t Table::width() const {
+    size_t sum = 0;
+    for (const size_t width : widths()) {
+        sum += (sum == 0 ? 0 : kGap) + width;
+    }
+    return sum;
+}
+
+std::string Table::lines(const Terminal& terminal) const {
+    const std::vector<size_t> widths = this->widths();
+    std::vector<std::vector<Cell>> rows(1);
+    for (const std::string& heading : m_headings) {
+        rows[0].push_back({heading.substr(isRight(heading) ? 1 : 0), Tone::kHeading});
+    }
+    rows.insert(rows.end(), m_rows.begin(), m_rows.end());
     const size_t limit = terminal.width() > 0 ? terminal.width() : SIZE_MAX;
     std::string result;
     for (const std::vector<Cell>& row : rows) {
@@ -138,6 +161,27 @@ size_t columnsOf(std::string_view text) {
         takeUtf8(text);
     }
     return columns;
+}
+
+std::string wrapped(std::string_view text, size_t width, size_t indent) {
+    std::string result;
+    size_t used = 0;
+    while (!text.empty()) {
+        const size_t length = std::min(text.find(' '), text.size());
+        const std::string_view word = text.substr(0, length);
+        const size_t columns = columnsOf(word);
+        if (used > 0 && width > 0 && used + 1 + columns > width) {
+            result += '\n' + std::string(indent, ' ');
+            used = indent;
+        } else if (used > 0) {
+            result += ' ';
+            ++used;
+        }
+        result += word;
+        used += columns;
+        text.remove_prefix(std::min(length + 1, text.size()));
+    }
+    return result;
 }
 
 std::string printable(std::string_view text) {

@@ -21,6 +21,8 @@ class Terminal {
     std::string in(Tone tone, std::string_view text) const;
     // Columns of the terminal now; 0 when there is none, and nothing is cut.
     size_t width() const;
+    // Lines of the terminal now; 0 when there is none.
+    size_t height() const;
     bool isTerminal() const { return m_isTerminal; }
 
   private:
@@ -43,10 +45,16 @@ class Table {
     // As many cells as there are headings.
     void add(std::vector<Cell> row);
 
+    // Columns that the widest line takes when nothing is cut.
+    size_t width() const;
+
     // The lines. Those that are wider than the terminal are cut.
     std::string lines(const Terminal& terminal) const;
 
   private:
+    // Of each column.
+    std::vector<size_t> widths() const;
+
     std::vector<std::string> m_headings;
     std::vector<std::vector<Cell>> m_rows;
 };
@@ -58,6 +66,10 @@ std::string wrapped(std::string_view text, std::string_view indent, size_t width
 
 // Columns that a text takes, each character one.
 size_t columnsOf(std::string_view text);
+
+// A text in lines of at most `width` columns, broken at blanks; 0: one line. Lines behind the first
+// begin with `indent` blanks. No line end at its end.
+std::string wrapped(std::string_view text, size_t width, size_t indent);
 
 // A text from elsewhere, such as a log, for a terminal: what could steer it becomes "?".
 std::string printable(std::string_view text);
