@@ -8,12 +8,18 @@
 #include "commands/completion.h"
 #include "doctor/doctor_command.h"
 #include "session/session_command.h"
+#include "status/status_command.h"
 
 namespace lnkd {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-            sessionCommand(), checkCommand(), cleanCommand(), doctorCommand(), completionCommand(),
+            sessionCommand(),
+            statusCommand(),
+            checkCommand(),
+            doctorCommand(),
+            cleanCommand(),
+            completionCommand(),
     };
     return table;
 }

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "status/text.h"
+
+#include <cstdio>
+#include <iterator>
+
+namespace lnkd {
+
+namespace {
+
+// Three digits and a prefix: "0", "640", "1.2 k", "35 M".
+std::string withPrefix(double value, const char* const (&prefixes)[4]) {
+    size_t i = 0;
+    for (; value >= 999.5 && i + 1 < std::size(prefixes); ++i) {
+        value /= 1000;
+    }
+    char text[64];
+    snprintf(text, sizeof(text), i > 0 && value < 9.95 ? "%.1f %s" : "%.0f %s", value, prefixes[i]);
+    return text;
+}
+
+}  // namespace
+
+std::string hexadecimal(uint32_t number) {
+    char text[16];
+    snprintf(text, sizeof(text), "0x%x", number);
+    return text;
+}
+
+std::string countOf(size_t count, const std::string& thing) {
+    return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
+}
+
+std::string countText(uint64_t count) {
+    return count < 1000 ? std::to_string(count)
+                        : withPrefix(static_cast<double>(count), {"", "k", "M", "G"});
+}
+
+std::string rateText(double bitsPerSecond) {
+    return withPrefix(bitsPerSecond, {"b/s", "kb/s", "Mb/s", "Gb/s"});
+}
+
+std::string sizeText(double bytes) {
+    return withPrefix(bytes, {"B", "kB", "MB", "GB"});
+}
+
+std::string durationText(int64_t seconds) {
+    constexpr struct {
+        int64_t seconds;
+        const char* name;
+    } kUnits[] = {{86400, "day"}, {3600, "h"}, {60, "min"}};
+    for (const auto& unit : kUnits) {
+        if (seconds >= unit.seconds) {
+            const int64_t count = seconds / unit.seconds;
+            const bool isPlural = count > 1 && unit.seconds == 86400;
+            return std::to_string(count) + ' ' + unit.name + (isPlural ? "s" : "");
+        }
+    }
+    return std::to_string(seconds) + " s";
+}
+
+std::string listText(const std::vector<std::string>& items, const std::string& otherwise) {
+    std::string text;
+    for (const std::string& item : items) {
+        text += (text.empty() ? "" : ", ") + item;
+    }
+    return text.empty() ? otherwise : text;
+}
+
+}  // namespace lnkd
