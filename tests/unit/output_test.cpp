@@ -34,9 +34,9 @@ TEST(Output, ATableLinesUpAndSteersNoTerminal) {
 }
 
 TEST(Output, ATextIsBrokenAtBlanksAndBlanksInARowStay) {
-    EXPECT_EQ(wrapped("a  é cd efghij k", 6, 2), "a  é\n  cd\n  efghij\n  k");
-    EXPECT_EQ(wrapped("a b", 0, 2), "a b");
-    EXPECT_EQ(wrapped("", 5, 2), "");
+    EXPECT_EQ(wrapped("a  é cd efghij k", "  ", 6), "a  é\n  cd\n  efghij\n  k");
+    EXPECT_EQ(wrapped("a b", "  ", 0), "a b");
+    EXPECT_EQ(wrapped("", "  ", 5), "");
 }
 
 TEST(Output, TheNearestWordIsTheOneThatWasMeant) {

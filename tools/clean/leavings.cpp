@@ -9,9 +9,6 @@ namespace lnkd {
 
 namespace {
 
-// What the daemon gives to wlan0, wlan1 and cellular links unless its configuration says otherwise.
-constexpr uint32_t kMarksByName[] = {0x5A, 0x5B, 0x5C};
-
 bool isChainOfOurs(const std::string& name) {
     return name.compare(0, 5, "zelk_") == 0;
 }
@@ -77,16 +74,14 @@ Leavings findLeavings(const FilterTable& mangle, const FilterTable& nat,
     addHooks("nat", nat, &leavings.removals);
     addChains("nat", nat, &leavings.removals);
     addChains("mangle", mangle, &leavings.removals);
-    std::set<uint32_t>& marks = furtherMarks;
-    marks.insert(std::begin(kMarksByName), std::end(kMarksByName));
-    addMarks(mangle, &marks);
+    addMarks(mangle, &furtherMarks);
     for (const PolicyRule& rule : rules) {
         if (rule.priority != kPolicyPriority || !rule.isMarkOnly) {
             continue;
         }
         const std::string what = "policy rule: mark " + hexadecimal(rule.mark) + " to table " +
                                  tables.nameOf(rule.table);
-        if (marks.count(rule.mark) == 0) {
+        if (!isRuleOfDaemon(rule, furtherMarks)) {
             leavings.foreignRules.push_back(what);
             continue;
         }

@@ -14,12 +14,8 @@ namespace lnkd {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-            sessionCommand(),
-            statusCommand(),
-            checkCommand(),
-            doctorCommand(),
-            cleanCommand(),
-            completionCommand(),
+            sessionCommand(), statusCommand(), checkCommand(),
+            doctorCommand(),  cleanCommand(),  completionCommand(),
     };
     return table;
 }

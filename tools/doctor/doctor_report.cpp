@@ -158,7 +158,7 @@ std::string doctorText(const Needs& needs, bool all, const Terminal& terminal) {
 
 std::string doctorJson(const Needs& needs) {
     JsonWriter json;
-    json.beginObject();
+    json.beginObject().number("version", int64_t{1});
     json.number("missing", static_cast<int64_t>(count(needs, NeedState::kMissing, false)));
     json.number("unknown", static_cast<int64_t>(count(needs, NeedState::kUnknown, false)));
     json.beginArray("needs");

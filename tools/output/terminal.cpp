@@ -163,27 +163,6 @@ size_t columnsOf(std::string_view text) {
     return columns;
 }
 
-std::string wrapped(std::string_view text, size_t width, size_t indent) {
-    std::string result;
-    size_t used = 0;
-    while (!text.empty()) {
-        const size_t length = std::min(text.find(' '), text.size());
-        const std::string_view word = text.substr(0, length);
-        const size_t columns = columnsOf(word);
-        if (used > 0 && width > 0 && used + 1 + columns > width) {
-            result += '\n' + std::string(indent, ' ');
-            used = indent;
-        } else if (used > 0) {
-            result += ' ';
-            ++used;
-        }
-        result += word;
-        used += columns;
-        text.remove_prefix(std::min(length + 1, text.size()));
-    }
-    return result;
-}
-
 std::string printable(std::string_view text) {
     std::string result;
     while (!text.empty()) {

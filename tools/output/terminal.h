@@ -67,10 +67,6 @@ std::string wrapped(std::string_view text, std::string_view indent, size_t width
 // Columns that a text takes, each character one.
 size_t columnsOf(std::string_view text);
 
-// A text in lines of at most `width` columns, broken at blanks; 0: one line. Lines behind the first
-// begin with `indent` blanks. No line end at its end.
-std::string wrapped(std::string_view text, size_t width, size_t indent);
-
 // A text from elsewhere, such as a log, for a terminal: what could steer it becomes "?".
 std::string printable(std::string_view text);
 

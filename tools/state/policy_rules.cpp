@@ -30,11 +30,12 @@ PolicyRule ruleOf(const RouteMessage& message, const fib_rule_hdr& header) {
 
 }  // namespace
 
-bool isRuleOfDaemon(const PolicyRule& rule) {
+bool isRuleOfDaemon(const PolicyRule& rule, const std::set<uint32_t>& furtherMarks) {
     constexpr uint32_t kFirstMark = 0x5A;
     constexpr uint32_t kLastMark = 0x5C;
-    return rule.priority == kPolicyPriority && rule.isMarkOnly && rule.mark >= kFirstMark &&
-           rule.mark <= kLastMark;
+    const bool isMarkOfDaemon = (rule.mark >= kFirstMark && rule.mark <= kLastMark) ||
+                                furtherMarks.count(rule.mark) != 0;
+    return rule.priority == kPolicyPriority && rule.isMarkOnly && isMarkOfDaemon;
 }
 
 Reading<std::vector<PolicyRule>> readPolicyRules() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <vector>
 
 #include "state/reading.h"
@@ -22,8 +23,8 @@ struct PolicyRule {
 };
 
 // Whether the daemon may have made it: of its priority, and with one of the marks that it gives to
-// links by their names.
-bool isRuleOfDaemon(const PolicyRule& rule);
+// links by their names, or of `furtherMarks`.
+bool isRuleOfDaemon(const PolicyRule& rule, const std::set<uint32_t>& furtherMarks = {});
 
 // All of them, in the order in which the kernel asks them.
 Reading<std::vector<PolicyRule>> readPolicyRules();

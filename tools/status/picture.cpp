@@ -187,8 +187,9 @@ void addDaemon(const Observation& seen, Picture* picture) {
                               [](const auto& chain) { return hasPrefix(chain.first, "zelk_"); }));
     }
     const std::vector<PolicyRule>& rules = seen.policyRules.value;
-    picture->leftRules =
-            static_cast<size_t>(std::count_if(rules.begin(), rules.end(), isRuleOfDaemon));
+    picture->leftRules = static_cast<size_t>(
+            std::count_if(rules.begin(), rules.end(),
+                          [](const PolicyRule& rule) { return isRuleOfDaemon(rule); }));
     picture->isHooked = leadsTo(seen.filter.mangle.value, "OUTPUT", kEntryChain);
     const bool areRulesKnown =
             seen.filter.mangle.known() && seen.filter.nat.known() && seen.policyRules.known();

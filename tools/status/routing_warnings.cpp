@@ -15,7 +15,8 @@ void checkPolicyRules(const Observation& seen, const Picture& picture,
                       std::vector<Warning>* warnings) {
     std::vector<PolicyRule> strays;
     std::copy_if(seen.policyRules.value.begin(), seen.policyRules.value.end(),
-                 std::back_inserter(strays), isRuleOfDaemon);
+                 std::back_inserter(strays),
+                 [](const PolicyRule& rule) { return isRuleOfDaemon(rule); });
     for (const LinkPicture& link : picture.links) {
         if (!link.mark.has_value() || !link.table.has_value()) {
             continue;  // said where the chain is looked at, and with the route

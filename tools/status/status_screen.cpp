@@ -33,9 +33,9 @@ class Lines {
     void add(const std::string& label, Tone labelTone, const std::string& text) {
         std::string padded = label;
         padded.resize(std::max(kLabelWidth, label.size() + 1), ' ');
-        const std::string body = wrapped(padded + printable(text), m_terminal.width(), kLabelWidth);
-        // The label again, in its colour: blanks in it would be lost in the wrapping.
-        m_text += m_terminal.in(labelTone, label) + body.substr(label.size()) + '\n';
+        m_text += m_terminal.in(labelTone, label) + padded.substr(label.size()) +
+                  wrapped(printable(text), std::string(padded.size(), ' '), m_terminal.width()) +
+                  '\n';
     }
     void add(const std::string& lines) { m_text += lines; }
     const std::string& text() const { return m_text; }
