@@ -181,7 +181,11 @@ constexpr Form kForms[] = {
         {"SLA_LINK time elapsed, ready for switch calc ", Kind::kWindowOver, window},
         {"SLA_LINK in cycle, but good to switch - calc ", Kind::kWindowOpen, window},
         {"SLA_LINK in cycle, switch not allowed-----*** calc ", Kind::kRefused, window},
-        {"calcInterface SLA_RTT_SELECTED current =  ", Kind::kSelected, linkAndBlank},
+        {"calcInterface SLA_RTT_SELECTED current =  ", Kind::kSelected,
+         [](Scanner rest, LogEvent* event) {
+             rest.link(&event->link, " ").literal(", prvious = ");
+             return rest.ok() && allText(rest, event);
+         }},
         {"calcInterface SLA_RTT_SELECTED perform switch ", Kind::kSwitch, linkAndBlank},
         {"SLA_LINK resetting hystWindow, current switch count = ", Kind::kSwitchDone, number},
         {"SLA_RTT_SELECTED  UID destroying sockets = ", Kind::kKillingUid, allText},
@@ -222,6 +226,12 @@ constexpr Form kForms[] = {
         {"Dvx disabled, starting cleanup...", Kind::kTeardown, nothing},
         {"Lnkd exiting", Kind::kExit, nothing},
         {"another lnkd runs here, this one ends", Kind::kSecondDaemon, nothing},
+        // A replay's own.
+        {"yardstick of ", Kind::kYardstick,
+         [](Scanner rest, LogEvent* event) {
+             return rest.link(&event->link, " ").literal("level ").number(&event->level).ok();
+         }},
+        {"replayed: ", Kind::kReplayed, allText},
         // Errors to the log that are how a switch goes; and one that counts sockets.
         {" SLA_GAMING destroying ", Kind::kOther, nothing},
         {"Destroyed ", Kind::kKilled, number},

@@ -33,7 +33,7 @@ enum class LogEventKind {
     kWindowOver,     // elapsedMs, windowMs: a switch is allowed again
     kWindowOpen,     // elapsedMs, windowMs: a switch is still allowed
     kRefused,        // elapsedMs, windowMs
-    kSelected,       // link
+    kSelected,       // link, text: the one before, or NULL
     kSwitch,         // link: the rules are about to be changed
     kSwitchDone,     // number: of switches in the window before this one
     kKillingUid,     // text: the sockets of this UID are about to be destroyed
@@ -43,6 +43,8 @@ enum class LogEventKind {
     kRule,           // link, share: in a rebuild of the ratio rules
     kCommand,        // text
     kReply,          // text: what a command said
+    kYardstick,      // link, level: as a replay of the log rates it, whatever its tunables
+    kReplayed,       // text: what a replay found at its end
     kFailure,        // any other warning or error, text
 };
 

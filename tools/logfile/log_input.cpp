@@ -10,8 +10,6 @@
 #include <csignal>
 #include <cstring>
 
-extern char** environ;
-
 namespace lnkd {
 
 namespace {
