@@ -20,7 +20,7 @@ from pathlib import Path
 import world
 from lab import web
 from lab.links import LINKS, received_bytes, set_links
-from lab.report import page, plot
+from report import page, plot
 
 RATES = {"wlan0": 20, "wlan1": 8, "rmnet_data0": 12}  # Mbit/s
 DELAYS = {"wlan0": 5, "wlan1": 10, "rmnet_data0": 25}  # ms each way

@@ -8,12 +8,13 @@ from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
+from lab.bands import link_bands
 from lab.client import Packet
 from lab.events import Events, median, p95
-from lab.report import page, plot
-from lab.report.timeline import WIDTH, Timeline, link_bands, stacked, steps
 from lab.scenarios.file import Scenario, Verdict
 from lab.scenarios.player import Played
+from report import page, plot
+from report.timeline import WIDTH, Timeline, stacked, steps
 
 COLOUR = sys.stdout.isatty() and "NO_COLOR" not in os.environ
 STEP_S = 0.5  # of the comparison's medians

@@ -4,9 +4,10 @@
 from collections.abc import Sequence
 from pathlib import Path
 
+from lab.bands import link_bands
 from lab.events import Events
-from lab.report import page, plot
-from lab.report.timeline import WIDTH, Timeline, link_bands, stacked, steps
+from report import page, plot
+from report.timeline import WIDTH, Timeline, stacked, steps
 
 WIFI = "wlan0"
 STRONG, WEAK = -30.0, -100.0  # dBm

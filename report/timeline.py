@@ -5,11 +5,9 @@ import math
 from collections.abc import Iterable, Sequence
 from typing import Any
 
-from lab.events import Events
-from lab.report import plot
+from report import plot
 
 WIDTH = 860
-SAME_S = 0.5  # answers that are further apart leave a gap in a band
 
 
 class Timeline(plot.Plot):
@@ -52,44 +50,38 @@ def steps(levels: Sequence[tuple[float, float]], end: float) -> list[tuple[float
     return points
 
 
-def _runs(points: Sequence[tuple[float, str]], gap: float, end: float) -> list[list[Any]]:
+def runs(points: Sequence[tuple[float, str]], gap: float, end: float) -> list[list[Any]]:
     """[from, to, name] for each stretch of the same name."""
-    runs: list[list[Any]] = []
+    found: list[list[Any]] = []
     for when, name in points:
-        if runs and when - runs[-1][1] <= gap:
-            runs[-1][1] = when  # up to the next, whatever it is
-            if runs[-1][2] == name:
+        if found and when - found[-1][1] <= gap:
+            found[-1][1] = when  # up to the next, whatever it is
+            if found[-1][2] == name:
                 continue
-        runs.append([when, when, name])
-    if runs and math.isinf(gap):
-        runs[-1][1] = end
-    return runs
+        found.append([when, when, name])
+    if found and math.isinf(gap):
+        found[-1][1] = end
+    return found
 
 
-def link_bands(events: Events, scale: plot.Plot, end: float) -> tuple[list[str], int]:
-    """Which link was chosen, and which ones the packets came over; and the height of that."""
-    chosen = [(max(when, 0), link) for when, link in events.chosen]
-    seen = [("chosen", _runs(chosen, math.inf, end))]
-    for who, packets in events.packets.items():
-        for protocol in sorted({packet.protocol for packet in packets}):
-            arrivals = sorted((p.answered, p.link) for p in packets
-                              if p.protocol == protocol and not p.lost and p.answered < end)
-            seen.append((f"{who} {protocol}", _runs(arrivals, SAME_S, end)))
-    parts = [plot.text(plot.LEFT, 22, "Link: chosen, and as the servers saw the packets", size=15,
-                       extra='font-weight="600"')]
-    for row, (label, runs) in enumerate(seen):
+def bands(title: str, rows: Sequence[tuple[str, list[list[Any]]]], scale: plot.Plot,
+          styles: dict[str, str] | None = None) -> tuple[list[str], int]:
+    """Rows of a label and runs, in the styles of their names, or those given to them; and the
+    height of that."""
+    parts = [plot.text(plot.LEFT, 22, title, size=15, extra='font-weight="600"')]
+    for row, (label, stretches) in enumerate(rows):
         y = 34 + 28 * row
         parts.append(plot.text(plot.LEFT - 6, y + 15, label, "end", 10,
                                plot.GREY))
-        for start, until, name in runs:
+        for start, until, name in stretches:
             left, width = scale.x(start), scale.x(until) - scale.x(start)
-            style = name if name in plot.STYLES else "other"
+            style = (styles or {}).get(name, name if name in plot.STYLES else "other")
             parts.append(plot.filled(f'<rect x="{left:.1f}" y="{y}" width="{max(width, 1):.1f}" '
                                      'height="22"', style))
             if width > 8 * len(name):
                 parts.append(plot.text(left + width / 2, y + 15, name, "middle", 12, plot.INK,
                                        'paint-order="stroke" stroke="#fff" stroke-width="4"'))
-    return parts, 34 + 28 * len(seen) + 20
+    return parts, 34 + 28 * len(rows) + 20
 
 
 def stacked(panels: Sequence[tuple[list[str], int]]) -> list[str]:
