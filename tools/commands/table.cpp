@@ -7,6 +7,7 @@
 #include "clean/clean_command.h"
 #include "commands/completion.h"
 #include "doctor/doctor_command.h"
+#include "explain/explain_command.h"
 #include "session/session_command.h"
 #include "status/status_command.h"
 
@@ -14,8 +15,13 @@ namespace lnkd {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-            sessionCommand(), statusCommand(), checkCommand(),
-            doctorCommand(),  cleanCommand(),  completionCommand(),
+            sessionCommand(),
+            statusCommand(),
+            checkCommand(),
+            doctorCommand(),
+            cleanCommand(),
+            explainCommand(),
+            completionCommand(),
     };
     return table;
 }

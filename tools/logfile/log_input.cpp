@@ -97,6 +97,10 @@ bool LogInput::open(const std::string& path) {
     return !isPacked || unpack();
 }
 
+void LogInput::take(int fd) {
+    m_fd = fd;
+}
+
 bool LogInput::unpack() {
     int output[2] = {-1, -1};
     int feeding[2] = {-1, -1};

@@ -25,6 +25,8 @@ class LogInput {
 
     // Opens a file, "-" for standard input. False with the reason in error().
     bool open(const std::string& path);
+    // Takes over a descriptor that brings plain text.
+    void take(int fd);
     // The next line without its line end; it stays until the next call. False at the end, and when
     // something failed, with the reason in error().
     bool next(std::string_view* line);
