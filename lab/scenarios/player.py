@@ -12,6 +12,7 @@ from lab.client import CALL_UID, GAME_UID, Client, read_packets
 from lab.events import Events, Observer
 from lab.internet import CALL_PEER, RESPONDER_LOG
 from lab.links import LINKS, set_links
+from lab.replay import replayed
 from lab.scenarios.file import Scenario
 from world.control import START_GAME, STOP_GAME, UPDATE_INTERFACES, VOIP_STATUS
 
@@ -59,6 +60,7 @@ class Played:
     before: Process
     after: Process
     status: int  # of the daemon
+    replay: tuple[bool, str]  # whether its log gives its decisions again
     log: list[str] = field(repr=False)
 
 
@@ -108,7 +110,7 @@ class Player:
             events.left.append(f"{after} after, {wanted} wanted")
         self._read_files(events)
         return Played(self.scenario, self.selection, events, seconds, before, after, status,
-                      daemon.log)
+                      replayed(daemon.log), daemon.log)
 
     def _tell(self, number: int, text: str) -> None:
         world.send_message(self.control, number, text)

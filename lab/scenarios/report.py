@@ -43,7 +43,8 @@ def rescue(played: Played) -> tuple[str, str, float] | None:
 
 def verdicts(played: Played) -> list[tuple[str, Verdict]]:
     ended = (played.status == 0, f"status {played.status}")
-    return [*played.scenario.judge(played.events), ("the daemon ends in order", ended)]
+    return [*played.scenario.judge(played.events), ("the daemon ends in order", ended),
+            ("its log gives its decisions again", played.replay)]
 
 
 def good(played: Played) -> bool:

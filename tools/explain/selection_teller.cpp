@@ -187,7 +187,11 @@ void SelectionTeller::remember(const ChoiceRecord& choice) {
 
 void SelectionTeller::take(const ChoiceRecord& choice) {
     if (m_state == State::kEnded) {
-        return;  // until its links are released, nobody is steered by it
+        // Until its links are released it goes on, to nobody's use.
+        if (choice.switched) {
+            takeSwitch(choice);
+        }
+        return;
     }
     if (!choice.hasLink) {
         // Its game is about to end, or all its links have gone.
