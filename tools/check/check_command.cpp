@@ -11,6 +11,7 @@
 #include "core/config_file.h"
 #include "output/json.h"
 #include "output/terminal.h"
+#include "output/text.h"
 #include "session/command.h"
 
 namespace lnkd {
@@ -41,10 +42,6 @@ const char* nameOf(KeyUse use) {
             break;
     }
     return "unused";
-}
-
-std::string counted(size_t number, const char* what) {
-    return std::to_string(number) + ' ' + what + (number == 1 ? "" : "s");
 }
 
 std::string findingLines(const ConfigReport& report, const Terminal& terminal) {
@@ -89,7 +86,7 @@ void printText(const std::string& file, const ConfigReport& report) {
     const size_t warnings = report.count(Severity::kWarning);
     const std::string verdict =
             errors + warnings == 0 ? "nothing wrong"
-                                   : counted(errors, "error") + ", " + counted(warnings, "warning");
+                                   : countOf(errors, "error") + ", " + countOf(warnings, "warning");
     const Tone tone = errors > 0 ? Tone::kBad : warnings > 0 ? Tone::kWarning : Tone::kGood;
     const std::string text = printable(file) + ": " + terminal.in(tone, verdict) + "\n" +
                              findingLines(report, terminal) + "\nIn force with it:\n" +

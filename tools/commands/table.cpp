@@ -15,13 +15,8 @@ namespace lnkd {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-            sessionCommand(),
-            statusCommand(),
-            checkCommand(),
-            doctorCommand(),
-            cleanCommand(),
-            explainCommand(),
-            completionCommand(),
+            sessionCommand(), statusCommand(),  checkCommand(),      doctorCommand(),
+            cleanCommand(),   explainCommand(), completionCommand(),
     };
     return table;
 }

@@ -5,6 +5,7 @@
 
 #include "explain/replays.h"
 #include "explain/words.h"
+#include "output/text.h"
 
 namespace lnkd {
 

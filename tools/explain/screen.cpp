@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "explain/words.h"
+#include "output/text.h"
 
 namespace lnkd {
 
@@ -70,17 +71,17 @@ void Screen::summary() {
         row("ran", "never");
         return;
     }
-    row("ran", countText(s.selecting.count, "time") + ", for games and calls, " +
+    row("ran", countOf(s.selecting.count, "time") + ", for games and calls, " +
                        durationText(s.selecting.ms));
     row("switches",
-        std::to_string(s.switches) + "; " + countText(s.sockets, "socket") + " destroyed");
+        std::to_string(s.switches) + "; " + countOf(s.sockets, "socket") + " destroyed");
     row("worse link", durationText(s.worseMs) + " on a link of a lower level than another's");
     if (s.notGood.count == 0) {
         row("no good link", "never");
     } else {
         row("no good link",
             durationText(s.longestNotGoodMs) + " at most, from " + s.longestNotGoodAt.timeOfDay() +
-                    "; " + countText(s.notGood.count, "time") + ", " + durationText(s.notGood.ms) +
+                    "; " + countOf(s.notGood.count, "time") + ", " + durationText(s.notGood.ms) +
                     " in all",
             Tone::kWarning);
     }
@@ -89,11 +90,11 @@ void Screen::summary() {
         row("hysteresis", "refused no switch");
         return;
     }
-    row("hysteresis", "refused a switch " + countText(refusals, "time") + ", in " +
-                              countText(s.refusedChoices, "choice"));
-    row("  cost more", countText(s.delays.count, "time") + ", " + durationText(s.delays.ms) +
+    row("hysteresis", "refused a switch " + countOf(refusals, "time") + ", in " +
+                              countOf(s.refusedChoices, "choice"));
+    row("  cost more", countOf(s.delays.count, "time") + ", " + durationText(s.delays.ms) +
                                " on a worse link: the switch came anyway");
-    row("  saved more", countText(s.savings.count, "time") + ", " + durationText(s.savings.ms) +
+    row("  saved more", countOf(s.savings.count, "time") + ", " + durationText(s.savings.ms) +
                                 " on a worse link: it passed, without a switch there and back");
 }
 
@@ -156,7 +157,7 @@ void Screen::failures() {
         const std::string when =
                 failure.count == 1 ? failure.first.timeOfDay()
                                    : failure.first.timeOfDay() + " to " + failure.last.timeOfDay();
-        row(countText(failure.count, "time"), when + "  " + printable(failure.text));
+        row(countOf(failure.count, "time"), when + "  " + printable(failure.text));
     }
     if (shown < all.size()) {
         m_text += m_terminal.in(Tone::kFaint, "  ... " + std::to_string(all.size() - shown) +

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "output/text.h"
+
 namespace lnkd {
 
 namespace {
@@ -52,13 +54,13 @@ std::string switchText(const Moment& moment) {
         text += "; refused for " + durationText(moment.lastedMs) + " before";
     }
     if (moment.sockets > 0) {
-        text += "; " + countText(moment.sockets, "socket") + " of " + moment.text + " destroyed";
+        text += "; " + countOf(moment.sockets, "socket") + " of " + moment.text + " destroyed";
     }
     return text;
 }
 
 std::string refusalText(const Moment& moment) {
-    std::string text = "refused " + countText(moment.count, "time") + ": switch to " +
+    std::string text = "refused " + countOf(moment.count, "time") + ": switch to " +
                        linkText(moment.to) + " from " + linkText(moment.from) +
                        ", the next was allowed " + durationText(moment.waitMs) + " later; ";
     switch (moment.ending) {
@@ -84,26 +86,6 @@ std::string sharesText(const Moment& moment) {
 }
 
 }  // namespace
-
-std::string countText(int64_t count, const std::string& one) {
-    return number(count) + ' ' + one + (count == 1 ? "" : "s");
-}
-
-std::string durationText(int64_t ms) {
-    char text[64];
-    if (ms < 1000) {
-        snprintf(text, sizeof(text), "%d ms", static_cast<int>(ms));
-    } else if (ms < 60000) {
-        snprintf(text, sizeof(text), "%.1f s", static_cast<double>(ms) / 1000);
-    } else if (ms < 3600000) {
-        snprintf(text, sizeof(text), "%d min %02d s", static_cast<int>(ms / 60000),
-                 static_cast<int>(ms / 1000 % 60));
-    } else {
-        snprintf(text, sizeof(text), "%lld h %02d min", static_cast<long long>(ms / 3600000),
-                 static_cast<int>(ms / 60000 % 60));
-    }
-    return text;
-}
 
 std::string wordsOf(const Moment& moment) {
     switch (moment.kind) {

@@ -9,12 +9,6 @@
 
 namespace lnkd {
 
-// "850 ms", "12.3 s", "4 min 05 s", "3 h 12 min".
-std::string durationText(int64_t ms);
-
-// "1 socket", "2 sockets".
-std::string countText(int64_t count, const std::string& one);
-
 // One thing that happened, in words. Safe for a terminal.
 std::string wordsOf(const Moment& moment);
 

@@ -3,8 +3,8 @@
 #include <iterator>
 
 #include "core/text_values.h"
+#include "output/text.h"
 #include "status/chain_names.h"
-#include "status/text.h"
 #include "status/warnings.h"
 
 namespace lnkd {

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <iterator>
 
-#include "status/text.h"
+#include "output/text.h"
 
 namespace lnkd {
 

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "status/text.h"
+#include "output/text.h"
 #include "status/warnings.h"
 
 namespace lnkd {

@@ -2,7 +2,7 @@
 #include "status/status_json.h"
 
 #include "output/json.h"
-#include "status/text.h"
+#include "output/text.h"
 
 namespace lnkd {
 

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <ctime>
 
+#include "output/text.h"
 #include "status/link_table.h"
-#include "status/text.h"
 
 namespace lnkd {
 
@@ -49,7 +49,7 @@ std::string runningText(const DaemonProcess& daemon, int64_t now) {
     std::string text = "running";
     if (daemon.startedAt > 0) {
         text += " since " + clockText(daemon.startedAt, now) + " (" +
-                durationText(std::max<int64_t>(now - daemon.startedAt, 0)) + ")";
+                ageText(std::max<int64_t>(now - daemon.startedAt, 0)) + ")";
     }
     text += ", process " + std::to_string(daemon.pid);
     if (daemon.residentKb > 0) {

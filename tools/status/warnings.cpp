@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "status/warnings.h"
 
-#include "status/text.h"
+#include "output/text.h"
 
 namespace lnkd {
 

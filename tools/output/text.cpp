@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "status/text.h"
+#include "output/text.h"
 
 #include <cstdio>
 #include <iterator>
@@ -27,10 +27,6 @@ std::string hexadecimal(uint32_t number) {
     return text;
 }
 
-std::string countOf(size_t count, const std::string& thing) {
-    return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
-}
-
 std::string countText(uint64_t count) {
     return count < 1000 ? std::to_string(count)
                         : withPrefix(static_cast<double>(count), {"", "k", "M", "G"});
@@ -44,7 +40,23 @@ std::string sizeText(double bytes) {
     return withPrefix(bytes, {"B", "kB", "MB", "GB"});
 }
 
-std::string durationText(int64_t seconds) {
+std::string durationText(int64_t ms) {
+    char text[64];
+    if (ms < 1000) {
+        snprintf(text, sizeof(text), "%d ms", static_cast<int>(ms));
+    } else if (ms < 60000) {
+        snprintf(text, sizeof(text), "%.1f s", static_cast<double>(ms) / 1000);
+    } else if (ms < 3600000) {
+        snprintf(text, sizeof(text), "%d min %02d s", static_cast<int>(ms / 60000),
+                 static_cast<int>(ms / 1000 % 60));
+    } else {
+        snprintf(text, sizeof(text), "%lld h %02d min", static_cast<long long>(ms / 3600000),
+                 static_cast<int>(ms / 60000 % 60));
+    }
+    return text;
+}
+
+std::string ageText(int64_t seconds) {
     constexpr struct {
         int64_t seconds;
         const char* name;

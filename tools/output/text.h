@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,8 +10,11 @@ namespace lnkd {
 // "0x5a".
 std::string hexadecimal(uint32_t number);
 
-// "1 connection", "2 connections".
-std::string countOf(size_t count, const std::string& thing);
+// "1 connection", "2 connections"; a whole number of any kind.
+template <typename Number>
+std::string countOf(Number count, const std::string& thing) {
+    return std::to_string(count) + ' ' + thing + (count == 1 ? "" : "s");
+}
 
 // "999", "1.2 k", "35 M".
 std::string countText(uint64_t count);
@@ -23,8 +25,11 @@ std::string rateText(double bitsPerSecond);
 // "3.6 MB"; bytes, in powers of 1000.
 std::string sizeText(double bytes);
 
-// "3 min"; a time in s.
-std::string durationText(int64_t seconds);
+// "850 ms", "12.3 s", "4 min 05 s", "3 h 12 min".
+std::string durationText(int64_t ms);
+
+// "3 min"; how long something has been so, in s.
+std::string ageText(int64_t seconds);
 
 // "a, b, c", or `otherwise` when there are none.
 std::string listText(const std::vector<std::string>& items, const std::string& otherwise);
