@@ -26,7 +26,8 @@ SWEEP_S = 60
 
 
 def measured(log: Path, *options: str) -> tuple[float, int]:
-    """Seconds, and the most KiB that it or a program of its own ever held."""
+    """Seconds, and the most KiB that it or a program of its own ever held; at least as many as this
+    program holds, from which it is forked."""
     seconds, peak = [], 0
     for _ in range(REPETITIONS):
         begin = time.monotonic()
