@@ -6,6 +6,7 @@
 
 #include "commands/table.h"
 #include "output/nearest.h"
+#include "output/text.h"
 #include "session/command.h"
 
 namespace lnkd {

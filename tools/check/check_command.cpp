@@ -12,7 +12,6 @@
 #include "output/json.h"
 #include "output/terminal.h"
 #include "output/text.h"
-#include "session/command.h"
 
 namespace lnkd {
 

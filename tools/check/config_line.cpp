@@ -11,7 +11,7 @@
 #include "core/parameters.h"
 #include "core/text_values.h"
 #include "output/nearest.h"
-#include "session/command.h"
+#include "output/text.h"
 
 namespace lnkd {
 

@@ -10,7 +10,7 @@
 #include "core/single_instance.h"
 #include "core/text_values.h"
 #include "output/terminal.h"
-#include "session/command.h"
+#include "output/text.h"
 #include "state/daemon_process.h"
 #include "state/program.h"
 

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "clean/leavings.h"
 
-#include <cstdio>
-
 #include "core/text_values.h"
+#include "output/text.h"
 
 namespace lnkd {
 
@@ -11,12 +10,6 @@ namespace {
 
 bool isChainOfOurs(const std::string& name) {
     return name.compare(0, 5, "zelk_") == 0;
-}
-
-std::string hexadecimal(uint32_t mark) {
-    char text[16];
-    snprintf(text, sizeof(text), "0x%x", mark);
-    return text;
 }
 
 std::vector<std::string> filterCommand(const char* table, const char* action,

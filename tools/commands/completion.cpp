@@ -5,7 +5,7 @@
 
 #include "commands/table.h"
 #include "output/nearest.h"
-#include "session/command.h"
+#include "output/text.h"
 
 namespace lnkd {
 

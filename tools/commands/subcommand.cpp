@@ -3,14 +3,17 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
+#include "core/text_values.h"
 #include "output/nearest.h"
-#include "session/command.h"
+#include "output/text.h"
 
 namespace lnkd {
 
 namespace {
 
+constexpr int kMaxMilliseconds = 24 * 60 * 60 * 1000;
 constexpr size_t kHelpColumn = 22;
 
 const Option kHelpOption{"help", "", "this text"};
@@ -104,6 +107,16 @@ bool parseArguments(const Subcommand& command, const std::vector<std::string>& w
         *error = command.operand + " is missing";
         return false;
     }
+    return true;
+}
+
+bool parseMilliseconds(const std::string& text, int* milliseconds) {
+    // A number too large for strtol gives its largest, which is beyond a day too.
+    const long value = std::strtol(text.c_str(), nullptr, 10);
+    if (!isAllDigits(text) || value > kMaxMilliseconds) {
+        return false;
+    }
+    *milliseconds = static_cast<int>(value);
     return true;
 }
 

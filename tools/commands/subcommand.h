@@ -51,6 +51,9 @@ struct Subcommand {
 bool parseArguments(const Subcommand& command, const std::vector<std::string>& words,
                     Arguments* arguments, std::string* error);
 
+// A whole number of milliseconds from 0 to a day, digits only. Returns false for anything else.
+bool parseMilliseconds(const std::string& text, int* milliseconds);
+
 // The command's help; fits a screen of 80 columns and 24 lines.
 std::string helpOf(const Subcommand& command);
 

@@ -12,7 +12,7 @@
 #include "doctor/socket_trials.h"
 #include "doctor/system_needs.h"
 #include "doctor/wifi_signal.h"
-#include "session/command.h"
+#include "output/text.h"
 
 namespace lnkd {
 

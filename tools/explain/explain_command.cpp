@@ -13,7 +13,7 @@
 #include "explain/story_json.h"
 #include "explain/story_reader.h"
 #include "explain/words.h"
-#include "session/command.h"
+#include "output/text.h"
 
 namespace lnkd {
 

@@ -6,7 +6,7 @@
 
 #include "core/text_values.h"
 #include "output/nearest.h"
-#include "session/command.h"
+#include "output/text.h"
 
 namespace lnkd {
 

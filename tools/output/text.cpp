@@ -8,6 +8,8 @@ namespace lnkd {
 
 namespace {
 
+constexpr size_t kMaxQuoted = 40;  // an error stays on one line of a terminal
+
 // Three digits and a prefix: "0", "640", "1.2 k", "35 M".
 std::string withPrefix(double value, const char* const (&prefixes)[4]) {
     size_t i = 0;
@@ -20,6 +22,16 @@ std::string withPrefix(double value, const char* const (&prefixes)[4]) {
 }
 
 }  // namespace
+
+std::string quoted(const std::string& text) {
+    std::string result = text.substr(0, kMaxQuoted);
+    for (char& c : result) {
+        if (c < ' ' || c > '~') {
+            c = '?';
+        }
+    }
+    return '"' + result + (text.size() > kMaxQuoted ? "..." : "") + '"';
+}
 
 std::string hexadecimal(uint32_t number) {
     char text[16];

@@ -7,6 +7,10 @@
 
 namespace lnkd {
 
+// `text` in quotes for an error line: cut to a readable length, and bytes that could steer a
+// terminal shown as "?".
+std::string quoted(const std::string& text);
+
 // "0x5a".
 std::string hexadecimal(uint32_t number);
 

@@ -6,17 +6,16 @@
 #include <cstring>
 #include <vector>
 
+#include "commands/subcommand.h"
 #include "core/parameters.h"
 #include "core/text_values.h"
+#include "output/text.h"
 
 namespace lnkd {
 namespace {
 
 constexpr size_t kBssidDigits = 12;
-constexpr int kMaxMilliseconds = 24 * 60 * 60 * 1000;
-constexpr size_t kMaxQuoted = 40;  // an error stays on one line of a terminal
 constexpr char kBlanks[] = " \t\r";
-constexpr char kDigits[] = "0123456789";
 
 // Checks an argument and stores what it means; says in `error` what is wrong with it.
 using Convert = bool (*)(const std::string& argument, Command* command, std::string* error);
@@ -246,26 +245,6 @@ msg_t messageOf(const Command& command) {
     message.length = static_cast<int32_t>(command.text.size());
     std::memcpy(message.message, command.text.data(), command.text.size());
     return message;
-}
-
-bool parseMilliseconds(const std::string& text, int* milliseconds) {
-    // A number too large for strtol gives its largest, which is beyond a day too.
-    const long value = std::strtol(text.c_str(), nullptr, 10);
-    if (!consistsOf(text, kDigits) || value > kMaxMilliseconds) {
-        return false;
-    }
-    *milliseconds = static_cast<int>(value);
-    return true;
-}
-
-std::string quoted(const std::string& text) {
-    std::string result = text.substr(0, kMaxQuoted);
-    for (char& c : result) {
-        if (c < ' ' || c > '~') {
-            c = '?';
-        }
-    }
-    return '"' + result + (text.size() > kMaxQuoted ? "..." : "") + '"';
 }
 
 bool isSessionWord(const std::string& word) {

@@ -36,13 +36,6 @@ bool parseCommand(const std::string& line, Command* command, std::string* error)
 // The record that carries a kSend command, unused bytes zero.
 msg_t messageOf(const Command& command);
 
-// A whole number of milliseconds from 0 to a day, digits only. Returns false for anything else.
-bool parseMilliseconds(const std::string& text, int* milliseconds);
-
-// `text` in quotes for an error line: cut to a readable length, and bytes that could steer a
-// terminal shown as "?".
-std::string quoted(const std::string& text);
-
 // Whether a command begins with this word.
 bool isSessionWord(const std::string& word);
 

@@ -4,6 +4,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "output/text.h"
 #include "session/command.h"
 #include "session/session.h"
 

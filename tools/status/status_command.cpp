@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdio>
 
-#include "session/command.h"
+#include "output/text.h"
 #include "status/live_view.h"
 #include "status/status_json.h"
 #include "status/status_screen.h"
