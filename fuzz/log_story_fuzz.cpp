@@ -8,9 +8,8 @@ namespace {
 
 // What could steer a terminal, but for the ends of lines.
 bool hasControls(const std::string& text) {
-    return std::any_of(text.begin(), text.end(), [](char c) {
-        return static_cast<unsigned char>(c) < 0x20 && c != '\n';
-    });
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 && c != '\n'; });
 }
 
 }  // namespace
