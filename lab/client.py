@@ -4,6 +4,7 @@
 import os
 import subprocess
 import sys
+from collections.abc import Sequence
 from pathlib import Path
 from typing import NamedTuple
 
@@ -37,14 +38,15 @@ def read_packets(path: str) -> list[Packet]:
 
 
 class Client:
-    """A game or a call, in a process of its own."""
+    """A game or a call, in a process of its own; `prefix` is a command in front of it."""
 
-    def __init__(self, kind: str, server: str):
+    def __init__(self, kind: str, server: str, prefix: Sequence[str] = (), *options: str):
         self.kind = kind
         self.file = f"{RUN}/{kind}.packets"
         uid, flags = (CALL_UID, ["--call"]) if kind == "call" else (GAME_UID, [])
         self.process = subprocess.Popen(
-            [sys.executable, GAME, server, *flags, f"--uid={uid}", f"--packets={self.file}"],
+            [*prefix, sys.executable, GAME, server, *flags, *options, f"--uid={uid}",
+             f"--packets={self.file}"],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         assert self.process.stdout
         os.set_blocking(self.process.stdout.fileno(), False)

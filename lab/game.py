@@ -4,8 +4,9 @@
 
 Sends 30 lines a second on a TCP and a UDP socket (a call: UDP only), measures how long each
 answer takes, learns from it by which link the server saw it, and connects again at once when
-a socket dies or says nothing for a second. Prints a line a second. When standard input is a
-pipe, ADDRESS:PORT on it moves the game to another server, and its end ends it.
+a socket dies or says nothing for a second (or --patience). An answer after more than a second
+is none. Prints a line a second. When standard input is a pipe, ADDRESS:PORT on it moves the
+game to another server, and its end ends it.
 """
 
 import argparse
@@ -25,15 +26,16 @@ from lab.client import Packet  # noqa: E402
 from lab.links import LINKS  # noqa: E402
 
 TICK_S = 1 / 30
-PATIENCE_S = 1.0  # for an answer, for a connection, and for anything at all
+ANSWER_S = 1.0  # what comes later is of no use
 LINK_OF = {link.address: link.name for link in LINKS.values()}
 
 
 class Flow:
     """One socket to the server and the lines that are on their way."""
 
-    def __init__(self, kind: str, protocol: str, server: tuple[str, int]):
+    def __init__(self, kind: str, protocol: str, server: tuple[str, int], patience: float):
         self.kind = kind
+        self.patience = patience
         self.protocol = protocol
         self.server = server
         self.link = "-"
@@ -65,13 +67,13 @@ class Flow:
             pass
 
     def lose(self, when: float) -> None:
-        self.done.append(Packet(when, self.protocol, PATIENCE_S * 1000, "lost"))
+        self.done.append(Packet(when, self.protocol, ANSWER_S * 1000, "lost"))
 
     def send(self, now: float) -> None:
         assert self.sock
-        while self.sent and now - next(iter(self.sent.values())) > PATIENCE_S:
+        while self.sent and now - next(iter(self.sent.values())) > ANSWER_S:
             self.lose(self.sent.pop(next(iter(self.sent))))
-        if now - self.heard > PATIENCE_S:
+        if now - self.heard > self.patience:
             self.connect()
         self.number += 1
         try:
@@ -160,13 +162,15 @@ def main() -> None:
     parser.add_argument("server", metavar="ADDRESS:PORT", type=parse_server)
     parser.add_argument("--uid", type=int, default=10200, help="whose sockets they are")
     parser.add_argument("--call", action="store_true", help="UDP only, as a call")
+    parser.add_argument("--patience", type=float, default=1.0, metavar="S",
+                        help="with a silent socket, or one that does not connect (default: 1)")
     parser.add_argument("--packets", help="a file for one line a packet")
     args = parser.parse_args()
     out = open(args.packets, "w", encoding="ascii") if args.packets else None
     os.setresgid(args.uid, args.uid, args.uid)
     os.setresuid(args.uid, args.uid, args.uid)
     kind, protocols = ("call", ["udp"]) if args.call else ("game", ["tcp", "udp"])
-    play([Flow(kind, protocol, args.server) for protocol in protocols], out)
+    play([Flow(kind, protocol, args.server, args.patience) for protocol in protocols], out)
 
 
 main()
