@@ -98,6 +98,12 @@ def with_daemon(way: ways.Way, parallel: int, change: str) -> dict[str, Any]:
     TCP_LOOSE.write_text("0")
     with world.start_daemon() as daemon:
         session = control_session(daemon)
+        if way.free:
+            assert session.stdin
+            since = len(daemon.log)
+            session.stdin.write("metered 0\n")
+            session.stdin.flush()
+            daemon.wait_for("nf_conntrack interface wlan1", 15, since)  # all links have shares now
         since, begin = len(daemon.log), time.time()
         found = download(way, parallel, change)
         # The share that no link's rule takes is the default link's, and part of it is dealt again.

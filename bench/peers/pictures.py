@@ -15,7 +15,7 @@ from lab.demo.aggregation import RATES, SUM
 from report import page, plot
 
 STEP_S = 0.5
-SHOWN = ("static-split", "mptcp", "lnkd")  # over time
+SHOWN = ("static-split", "mptcp-long", "lnkd", "lnkd-free")  # over time
 STYLES = dict(zip((way.key for way in GAME_WAYS),
                   ("other", "plain", "wlan1", "rmnet_data0", "wlan0")))
 LONGEST_S = 40  # of the time axis

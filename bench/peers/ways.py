@@ -18,7 +18,8 @@ class Way(NamedTuple):
     script: str = ""  # in ways/: sets it up
     mptcp: bool = False  # the client's and the server's sockets are
     long: bool = False  # the file comes in as few connections as there are at a time
-    daemon: bool = False
+    daemon: str = ""  # its configuration file, in the repository
+    free: bool = False  # the daemon is told that cellular costs nothing
     told: str = ""  # what it has to know or to have that others need not
 
 
@@ -30,7 +31,8 @@ DOWNLOADS = (
     Way("mptcp", "MPTCP, a connection a part", "mptcp.sh", mptcp=True, told="the server's help"),
     Way("mptcp-long", "MPTCP, long connections", "mptcp.sh", mptcp=True, long=True,
         told="the server's help"),
-    Way("lnkd", "lnkd", daemon=True),
+    Way("lnkd", "lnkd, cellular charged", daemon="lab/demo/demo.conf"),
+    Way("lnkd-free", "lnkd, cellular free", daemon="bench/peers/ways/lnkd-free.conf", free=True),
 )
 
 
