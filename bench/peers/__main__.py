@@ -142,7 +142,8 @@ def main() -> int:
         print(f"round {turn + 1} of {args.rounds}, {(time.monotonic() - begin) / 60:.0f} minutes",
               file=sys.stderr, flush=True)
         (out / "figures.json").write_text(json.dumps([one._asdict() for one in measured]))
-    comparison = report.Comparison(Figures(measured), args.rounds, args.at_once, bench.mptcp_problem)
+    comparison = report.Comparison(Figures(measured), args.rounds, args.at_once,
+                                   bench.mptcp_problem)
     good = report.print_table(comparison)
     pictures.write_page(comparison, out / "compare.html")
     print(f"Page: {out.resolve()}/compare.html; every figure: figures.json beside it")

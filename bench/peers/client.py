@@ -52,7 +52,8 @@ class Download:
         """How far the part has come."""
         connection = http.client.HTTPConnection(self.address, timeout=PATIENCE_S)
         try:
-            connection.request("GET", f"/{self.name}", headers={"Range": f"bytes={first}-{end - 1}"})
+            part = {"Range": f"bytes={first}-{end - 1}"}
+            connection.request("GET", f"/{self.name}", headers=part)
             response = connection.getresponse()
             if response.status != 206:
                 raise http.client.HTTPException(f"status {response.status}")

@@ -28,8 +28,9 @@ class Spread(NamedTuple):
         if not self.count:
             return "never"
         words = f"{self.median:.{digits}f}"
-        if self.count > 1:
-            words += f" ({self.least:.{digits}f}–{self.most:.{digits}f})"
+        ends = f"{self.least:.{digits}f}–{self.most:.{digits}f}"
+        if ends != f"{words}–{words}":
+            words += f" ({ends})"
         return words + (f", {self.missing} never" if self.missing else "")
 
 

@@ -54,11 +54,11 @@ WAYS = (
     Way("lnkd", "lnkd"),
 )
 CASES = {
-    "100": Case("20 to 100 ms", 35, [(5, f"{WIFI} delay 50")]),
-    "200": Case("20 to 200 ms", 35, [(5, f"{WIFI} delay 100")]),
-    "400": Case("20 to 400 ms", 40, [(5, f"{WIFI} delay 200")]),
-    "dead": Case("Wi-Fi dead", 80, [(5, f"{WIFI} down")]),
-    "flapping": Case("60, 200 ms in turns of 4 s", 37, [
+    "100": Case("goes from 20 to 100 ms", 35, [(5, f"{WIFI} delay 50")]),
+    "200": Case("goes from 20 to 200 ms", 35, [(5, f"{WIFI} delay 100")]),
+    "400": Case("goes from 20 to 400 ms", 40, [(5, f"{WIFI} delay 200")]),
+    "dead": Case("dies", 80, [(5, f"{WIFI} down")]),
+    "flapping": Case("turns between 60 and 200 ms each 4 s", 37, [
         (4 * turn, f"{WIFI} delay {100 if turn % 2 else 30}") for turn in range(1, 9)],
         (f"{WIFI} delay 30", f"{CELLULAR} delay 15")),
 }

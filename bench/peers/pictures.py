@@ -16,8 +16,9 @@ from report import page, plot
 
 STEP_S = 0.5
 SHOWN = ("static-split", "mptcp-long", "lnkd", "lnkd-free")  # over time
-STYLES = dict(zip((way.key for way in GAME_WAYS),
-                  ("other", "plain", "wlan1", "rmnet_data0", "wlan0")))
+LOOKS = {"none": ("other", "no switching"), "averages": ("plain", "dpinger's"),
+         "tests": ("wlan1", "mwan3's"), "mptcp": ("rmnet_data0", "MPTCP"),
+         "lnkd": ("wlan0", "lnkd")}  # of a game's ways: style, label
 LONGEST_S = 40  # of the time axis
 
 
@@ -83,10 +84,10 @@ def _game(comparison: report.Comparison, case: str) -> str:
                                 for slot, values in sorted(slots.items())]))
     end = max((points[-1][0] for _, points in lines if points), default=1)
     high = max((rtt for _, points in lines for _, rtt in points), default=100)
-    chart = plot.Plot(f"{CASES[case].title}: round-trip time of the game's TCP part",
+    chart = plot.Plot(f"Wi-Fi {CASES[case].title}: round-trip time of the game's TCP part",
                       "RTT, ms", math.ceil(end), high * 1.1, "time since the change, s")
     for way, points in lines:
-        chart.line(points, STYLES[way.key], way.title)
+        chart.line(points, *LOOKS[way.key])
     return chart.svg()
 
 

@@ -11,8 +11,8 @@ Pings ADDRESS over the first link, and moves the default route to the other one 
 when over the last minute more than 20 % were lost or the average took more than 500 ms, which is
 looked at once a second. It behaves as if it had run for a minute when it starts.
 
-"tests" has mwan3's: a ping each 10 s, which is answered within 4 s, or has failed; down after 5 that
-failed in a row, up after 5 that did not. How long an answer took does not matter.
+"tests" has mwan3's: a ping each 10 s, which is answered within 4 s, or has failed; down after 5
+that failed in a row, up after 5 that did not. How long an answer took does not matter.
 """
 
 import os
@@ -73,7 +73,8 @@ def by_averages(pings: Pings) -> None:
             tick += SEND_S
             sent[pings.send()] = now
         for number, when in pings.answers(min(tick, look)):
-            times[number] = when - sent[number]
+            if number in sent:
+                times[number] = when - sent[number]
             if len(times) == 1:  # the minute before is taken to have been like this
                 for before in range(1, int(MEMORY_S / SEND_S)):
                     sent[-before] = now - before * SEND_S

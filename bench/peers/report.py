@@ -128,9 +128,9 @@ def game_tables(comparison: Comparison) -> list[Table]:
                          get("udp", "out_of_service_s", 1), get("tcp", "moved_s", 1),
                          get("tcp", "false_switches", 0)])
         tables.append(Table(
-            f"A game whose Wi-Fi degrades, {CASES[case].title}; from then on",
-            ["way", "RTT, ms", "95 %", "99 %", "out of service, s", "UDP's, s", "moved after, s",
-             "moves to the worse link"], rows))
+            f"A game whose Wi-Fi {CASES[case].title}; figures from then on",
+            ["way", "RTT, ms", "95 %", "99 %", "out of service, s", "its UDP, s", "moved after, s",
+             "false moves"], rows))
     return tables
 
 
