@@ -82,7 +82,7 @@ def steady_table(comparison: Comparison) -> Table | None:
         rows.append([way.title, way.told, *(problem or (cell(one.text(1), one.median)
                      if one.count else "failed") for one in found)])
     dealt = [reachable(LINKS, PARTS, FILE_BYTES / PARTS, load) for load in loads]
-    rows.append(["limit: random dealing", "the rates", *(cell(f"{rate:.1f}", rate)
+    rows.append(["limit: random dealing, median", "the rates", *(cell(f"{rate:.1f}", rate)
                                                           for rate in dealt)])
     whole = SUM * PAYLOAD
     rows.append(["limit: sum of the links", "", *(cell(f"{whole:.1f}", whole) for _ in loads)])
