@@ -103,7 +103,7 @@ def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="bench/compare", description="Measure lnkd beside its peers: downloads over three "
         "links, and a game whose Wi-Fi degrades. Ends with a table and a page. A whole run takes "
-        "about 45 minutes, and never more than three hours: each measurement is ended when it "
+        "about 40 minutes, and never more than four hours: each measurement is ended when it "
         "takes too long. Everything happens in worlds of the lab, so nothing is left behind. "
         "Exit status 1 when a goal is missed.")
     parser.add_argument("--build", type=Path, default=REPOSITORY / "build/release", metavar="DIR",

@@ -27,7 +27,7 @@ CLIENT = Path(__file__).resolve().parent / "client.py"
 FILE_BYTES, PARTS = 30_000_000, 240
 MPTCP_PORT = 81
 SAMPLE_S = 0.2
-DEADLINE_S = 150
+DEADLINE_S = 120
 CHANGES = {  # when half of the file has come
     "none": ("", ""),
     "falls": ("wlan0 falls to a tenth", "wlan0 rate 2"),

@@ -38,7 +38,8 @@ class Comparison(NamedTuple):
         few = "" if self.rounds >= 7 else ": too few to tell what chance does"
         algorithm = Path("/proc/sys/net/ipv4/tcp_congestion_control").read_text().strip()
         return (f"Medians (least–most) of {rounds}{few}; TCP: {algorithm}; "
-                f"{self.at_once} measured at the same time.")
+                f"{self.at_once} measured at the same time."
+                + f" MPTCP is not measured: {self.mptcp_problem}." * bool(self.mptcp_problem))
 
 
 def progress(found: Sequence[Measured]) -> None:
@@ -62,11 +63,6 @@ def _loads(figures: Figures, change: str) -> list[int]:
     return [int(load) for load, kind in pairs if kind == change]
 
 
-def _downloads(comparison: Comparison) -> list[tuple[ways.Way, str]]:
-    """The ways, and why one was not measured."""
-    return [(way, comparison.mptcp_problem if way.mptcp else "") for way in ways.DOWNLOADS]
-
-
 def steady_table(comparison: Comparison) -> Table | None:
     figures = comparison.figures
     loads = _loads(figures, "none")
@@ -77,10 +73,10 @@ def steady_table(comparison: Comparison) -> Table | None:
         return f"{words} {rate / SUM:4.0%}"
 
     rows = []
-    for way, problem in _downloads(comparison):
+    for way in ways.DOWNLOADS:
         found = [figures.download(way.key, f"{load} none", "mbit") for load in loads]
-        rows.append([way.title, way.told, *(problem or (cell(one.text(1), one.median)
-                     if one.count else "failed") for one in found)])
+        rows.append([way.title, way.told, *(cell(one.text(1), one.median) if one.count else "-"
+                                            for one in found)])
     dealt = [reachable(LINKS, PARTS, FILE_BYTES / PARTS, load) for load in loads]
     rows.append(["limit: random dealing, median", "the rates", *(cell(f"{rate:.1f}", rate)
                                                           for rate in dealt)])
@@ -99,11 +95,10 @@ def changes_table(comparison: Comparison) -> Table | None:
     if not changes:
         return None
     rows = []
-    for way, problem in _downloads(comparison):
+    for way in ways.DOWNLOADS:
         found = [figures.download(way.key, f"{load} {change}", "seconds")
                  for load, change in changes]
-        rows.append([way.title, way.told, *(problem or (one.text(1) if one.count else "failed")
-                                            for one in found)])
+        rows.append([way.title, way.told, *(one.text(1) if one.count else "-" for one in found)])
     return Table(f"The same when a link changes half-way, {changes[0][0]} at a time: seconds",
                  ["way", "is told, has", *(CHANGES[change][0] for _, change in changes)], rows)
 
@@ -114,8 +109,7 @@ def game_tables(comparison: Comparison) -> list[Table]:
     for case in (case for case in CASES if case in figures.whats("game")):
         rows = []
         for way in GAME_WAYS:
-            if way.mptcp and comparison.mptcp_problem:
-                rows.append([way.title, comparison.mptcp_problem])
+            if not figures.of("game", way.key, case):
                 continue
 
             def get(protocol: str, key: str, digits: int, name: str = way.key,
