@@ -20,6 +20,7 @@ table { border-collapse: collapse; width: 100%; background: #fff; border: 1px so
 th, td { padding: 7px 12px; text-align: right; border-top: 1px solid #e4e7eb; }
 th { font-weight: 600; background: #fafbfc; }
 th:first-child, td:first-child, td.words, th.words { text-align: left; }
+td:first-child { white-space: nowrap; }
 li { margin: 3px 0; }
 @media print { body { background: #fff; } }
 """
