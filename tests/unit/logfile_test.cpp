@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -108,6 +109,17 @@ TEST(LogInput, GivesLinesOfPlainAndPackedFilesAndSaysWhatIsBroken) {
     ASSERT_EQ(dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
     LogInput piped;
     EXPECT_EQ(linesOf("-", &piped), lines) << "a stream that cannot be read again";
+
+    // As much as gzip reads at once, so that it ends while the stream goes on.
+    const std::string damaged = packed.substr(0, 2) + std::string(256 * 1024 - 2, 'x');
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_GE(fcntl(ends[1], F_SETPIPE_SZ, damaged.size()), 0);
+    ASSERT_EQ(write(ends[1], damaged.data(), damaged.size()), static_cast<ssize_t>(damaged.size()));
+    ASSERT_EQ(dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
+    LogInput endless;
+    EXPECT_EQ(linesOf("-", &endless), std::vector<std::string>());
+    EXPECT_EQ(endless.error(), "gzip could not unpack all of it");
+    close(ends[1]);
     LogInput missing;
     EXPECT_FALSE(missing.open("/nowhere"));
     EXPECT_EQ(missing.error(), "No such file or directory");

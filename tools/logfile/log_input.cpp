@@ -37,8 +37,14 @@ bool writeAll(int fd, const char* bytes, size_t size) {
     return true;
 }
 
+// Signals of which a child dies, whatever our parent or we made of them.
+constexpr int kChildEnds[] = {SIGPIPE, SIGTERM};
+
 // Copies what was read already, then the rest of a stream; a process of its own.
 [[noreturn]] void feed(int from, int to, char* buffer, size_t size) {
+    for (const int signal : kChildEnds) {
+        std::signal(signal, SIG_DFL);
+    }
     ssize_t n = static_cast<ssize_t>(size);
     while (n > 0 && writeAll(to, buffer, static_cast<size_t>(n))) {
         n = readSome(from, buffer, kBufferSize);
@@ -52,11 +58,21 @@ pid_t startUnpacker(int input, int output) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t ends;
+    sigemptyset(&ends);
+    for (const int signal : kChildEnds) {
+        sigaddset(&ends, signal);
+    }
+    posix_spawnattr_setsigdefault(&attributes, &ends);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     char name[] = "gzip";
     char option[] = "-dc";
     char* const argv[] = {name, option, nullptr};
     pid_t pid = -1;
-    const int error = posix_spawnp(&pid, name, &actions, nullptr, argv, environ);
+    const int error = posix_spawnp(&pid, name, &actions, &attributes, argv, environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     errno = error;
     return error == 0 ? pid : -1;
@@ -101,30 +117,35 @@ void LogInput::take(int fd) {
     m_fd = fd;
 }
 
+// In place of m_fd, whose beginning has been consumed, what a feeder brings of all of it.
+bool LogInput::startFeeder() {
+    int feeding[2] = {-1, -1};
+    if (pipe2(feeding, O_CLOEXEC) != 0) {
+        return false;
+    }
+    m_feeder = fork();
+    if (m_feeder == 0) {
+        close(feeding[0]);
+        feed(m_fd, feeding[1], m_buffer.data(), m_end);
+    }
+    const int error = errno;
+    close(feeding[1]);
+    close(m_fd);
+    m_fd = feeding[0];
+    errno = error;
+    return m_feeder > 0;
+}
+
 bool LogInput::unpack() {
     int output[2] = {-1, -1};
-    int feeding[2] = {-1, -1};
-    if (pipe2(output, O_CLOEXEC) != 0) {
+    // The feeder comes first: it is to hold no end of the output, which ends with the unpacker.
+    if ((lseek(m_fd, 0, SEEK_SET) != 0 && !startFeeder()) || pipe2(output, O_CLOEXEC) != 0) {
         m_error = strerror(errno);
         return false;
     }
-    int input = m_fd;
-    if (lseek(m_fd, 0, SEEK_SET) != 0 && pipe2(feeding, O_CLOEXEC) == 0) {
-        m_feeder = fork();
-        if (m_feeder == 0) {
-            close(feeding[0]);
-            close(output[0]);
-            feed(m_fd, feeding[1], m_buffer.data(), m_end);
-        }
-        close(feeding[1]);
-        input = feeding[0];
-    }
-    m_unpacker = startUnpacker(input, output[1]);
+    m_unpacker = startUnpacker(m_fd, output[1]);
     const int error = errno;
     close(output[1]);
-    if (feeding[0] >= 0) {
-        close(feeding[0]);
-    }
     close(m_fd);
     m_fd = output[0];
     m_begin = m_end = 0;

@@ -37,6 +37,7 @@ class LogInput {
 
   private:
     bool fill();
+    bool startFeeder();
     bool unpack();
     bool finish();
 
