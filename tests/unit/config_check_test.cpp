@@ -77,6 +77,13 @@ TEST(ConfigCheck, ReportsEachKindOfMistakeOnceAtItsLine) {
         ASSERT_EQ(lines.size(), line.empty() ? 0 : 1) << content;
         EXPECT_EQ(line.empty() ? "" : lines[0].substr(0, line.size()), line);
     }
+    std::string foreign;
+    for (int i = 0; i < 101; ++i)
+        foreign += "n_hist=1\n";
+    const std::vector<std::string> lines = linesOn(foreign);
+    ASSERT_EQ(lines.size(), 101U);
+    EXPECT_NE(lines[99].find("did you mean n_hyst?"), std::string::npos);
+    EXPECT_EQ(lines[100].find("did you mean"), std::string::npos) << "a search for each line";
 }
 
 std::string valueIn(const ConfigReport& report, const std::string& key) {

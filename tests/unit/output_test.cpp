@@ -47,6 +47,7 @@ TEST(Output, TheNearestWordIsTheOneThatWasMeant) {
             {"N_HYST", "n_hyst"},
             {"t_hyst", "t_hyst_s"},
             {"port", "ports"},
+            {"alp", "alpha_percent"},  // a beginning, whatever the length
             {"cat", ""},
             {"", ""},
     };

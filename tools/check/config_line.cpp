@@ -25,6 +25,8 @@ class LineFindings {
 
     void error(const std::string& text) { add(Severity::kError, text); }
     void warning(const std::string& text) { add(Severity::kWarning, text); }
+    // Of this line and those before it.
+    size_t count() const { return m_findings->size(); }
 
   private:
     void add(Severity severity, const std::string& text) {
@@ -136,14 +138,24 @@ void judgeText(const std::string& value, const KeyNote& note, LineFindings* out)
     }
 }
 
-void judgeUnknown(const ConfigPair& pair, LineFindings* out) {
+// The known key that was meant; "" when there is none, or when so much is wrong before that the
+// file is hardly one of the daemon's: a search for each of its lines would take long.
+std::string meantBy(const std::string& key, size_t findingsBefore) {
+    constexpr size_t kMostFindings = 100;
+    if (findingsBefore >= kMostFindings) {
+        return "";
+    }
     std::vector<std::string> names;
     for (const KeyNote& note : keyNotes()) {
         names.emplace_back(note.key);
     }
-    const std::string nearest = nearestOf(pair.key, names);
+    return nearestOf(key, names);
+}
+
+void judgeUnknown(const ConfigPair& pair, LineFindings* out) {
+    const std::string meant = meantBy(pair.key, out->count());
     out->error("no such key, the line is skipped" +
-               (nearest.empty() ? std::string() : "; did you mean " + nearest + "?"));
+               (meant.empty() ? std::string() : "; did you mean " + meant + "?"));
 }
 
 void judgePair(const ConfigPair& pair, LineFindings* out) {
