@@ -1,6 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
+#include <fstream>
+
+#include "status/live_view.h"
 #include "status/picture.h"
 #include "status/probe_results.h"
 #include "status/warnings.h"
@@ -120,6 +129,55 @@ TEST(ProbeResults, AreTheLastOfEachLinkOfTheProcess) {
                     .choices,
             1);
     EXPECT_TRUE(probeResultsOf(log, 20).links.empty());
+}
+
+// A view of a text that does not fit the pipe to its reader, in a process of its own.
+pid_t startView(int output) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(output, STDOUT_FILENO);
+        close(output);
+        const Terminal terminal;
+        LiveView view(terminal, std::chrono::hours(1));
+        _exit(view.show(std::string(100000, 'x')) ? 0 : 1);
+    }
+    close(output);
+    return pid;
+}
+
+// Whether a signal waits until the process lets it through.
+bool hasPending(pid_t pid) {
+    std::ifstream stream("/proc/" + std::to_string(pid) + "/status");
+    const std::string status(std::istreambuf_iterator<char>{stream}, {});
+    return status.find("ShdPnd:\t0000000000000000") == std::string::npos;
+}
+
+TEST(LiveView, ASignalWhileTheTextIsWrittenCountsBeforeTheInterval) {
+    for (const int signal : {SIGWINCH, SIGTSTP}) {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        fcntl(ends[1], F_SETPIPE_SZ, 4096);  // full, as poll sees it, with its first bytes
+        const pid_t pid = startView(ends[1]);
+        pollfd polled{ends[0], POLLIN, 0};
+        ASSERT_EQ(poll(&polled, 1, 10000), 1);
+        kill(pid, signal);
+        while (hasPending(pid)) {
+        }
+        std::string bytes(4096, 0);
+        for (ssize_t n = 0, left = 100000; left > 0; left -= n) {
+            n = read(ends[0], bytes.data(), bytes.size());
+            ASSERT_GT(n, 0);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, WUNTRACED), pid);
+        EXPECT_EQ(WIFSTOPPED(status), signal == SIGTSTP);
+        if (WIFSTOPPED(status)) {
+            kill(pid, SIGCONT);
+            ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        }
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        close(ends[0]);
+    }
 }
 
 }  // namespace

@@ -129,8 +129,8 @@ bool LiveView::wait() {
     const Clock::time_point end = Clock::now() + m_interval;
     sigset_t none;
     sigemptyset(&none);
-    resized = 0;
-    while (ended == 0 && resized == 0 && Clock::now() < end) {
+    // One that came while the text was written counts: its look was made before.
+    while (ended == 0 && resized == 0 && stopped == 0 && Clock::now() < end) {
         const auto left = std::chrono::ceil<std::chrono::nanoseconds>(end - Clock::now()).count();
         const timespec time{static_cast<time_t>(left / 1'000'000'000),
                             static_cast<long>(left % 1'000'000'000)};
@@ -138,14 +138,14 @@ bool LiveView::wait() {
         if (ppoll(&polled, 1, &time, &none) > 0) {
             return false;
         }
-        if (stopped != 0) {
-            stopped = 0;
-            leave();
-            raise(SIGSTOP);
-            enter();
-            return true;
-        }
     }
+    if (ended == 0 && stopped != 0) {
+        stopped = 0;
+        leave();
+        raise(SIGSTOP);
+        enter();
+    }
+    resized = 0;  // the look that follows sees the size
     return ended == 0;
 }
 
