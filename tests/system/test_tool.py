@@ -70,3 +70,10 @@ def test_check_judges_the_file_that_is_named(tmp_path, content, statuses):
         assert values["t_hyst_s"] == (0, None) and values["n_hyst"][1] == 1
     else:
         assert "lnkdctl check: " in runs[0].stderr and "defaults" in runs[0].stderr
+
+
+def test_check_shortens_a_value_between_characters(tmp_path):
+    file = tmp_path / "lnkd.conf"
+    file.write_text("protocols=" + 25 * "ä")
+    said = subprocess.check_output(["lnkdctl", "check", file]).decode()
+    assert f" {21 * 'ä'}... " in said

@@ -60,7 +60,8 @@ std::string findingLines(const ConfigReport& report, const Terminal& terminal) {
 
 std::string shortened(const std::string& value) {
     const std::string text = printable(value);
-    return columnsOf(text) <= kLongestShown ? text : text.substr(0, kLongestShown - 3) + "...";
+    return columnsOf(text) <= kLongestShown ? text
+                                            : std::string(cut(text, kLongestShown - 3)) + "...";
 }
 
 std::string valueLines(const ConfigReport& report, const Terminal& terminal) {

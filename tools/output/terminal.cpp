@@ -42,15 +42,6 @@ bool hasColours(bool isTerminal) {
            std::string_view(kind) != "dumb";
 }
 
-// The first `columns` characters of a text.
-std::string_view cut(std::string_view text, size_t columns) {
-    std::string_view rest = text;
-    for (; columns > 0 && !rest.empty(); --columns) {
-        takeUtf8(rest);
-    }
-    return text.substr(0, text.size() - rest.size());
-}
-
 bool isRight(const std::string& heading) {
     return !heading.empty() && heading.front() == ' ';
 }
@@ -161,6 +152,14 @@ size_t columnsOf(std::string_view text) {
         takeUtf8(text);
     }
     return columns;
+}
+
+std::string_view cut(std::string_view text, size_t columns) {
+    std::string_view rest = text;
+    for (; columns > 0 && !rest.empty(); --columns) {
+        takeUtf8(rest);
+    }
+    return text.substr(0, text.size() - rest.size());
 }
 
 std::string printable(std::string_view text) {

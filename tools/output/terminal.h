@@ -67,6 +67,9 @@ std::string wrapped(std::string_view text, std::string_view indent, size_t width
 // Columns that a text takes, each character one.
 size_t columnsOf(std::string_view text);
 
+// The first `columns` characters of a text.
+std::string_view cut(std::string_view text, size_t columns);
+
 // A text from elsewhere, such as a log, for a terminal: what could steer it becomes "?".
 std::string printable(std::string_view text);
 
