@@ -71,6 +71,15 @@ def no_route(link):
 
 
 @contextmanager
+def like_the_trial_rule():
+    """Somebody's rule that doctor could take for its own."""
+    rule = "fwmark 0x7e57 table main prio 30000".split()
+    subprocess.check_call(["ip", "rule", "add", *rule])
+    yield
+    subprocess.check_call(["ip", "rule", "del", *rule])
+
+
+@contextmanager
 def silent(link):
     set_links(f"{link} down")
     yield
@@ -94,6 +103,7 @@ def test_each_thing_that_is_taken_away_is_seen():
         (replaced(filter_tool, refusing), {"packet filter/statistic": "missing"}),
         (replaced(filter_tool, filter_tool.read_text().replace("exec ", elsewhere)), unfiltered),
         (replaced(routing_tool, routing_tool.read_text().replace("exec ", elsewhere)), unrouted),
+        (like_the_trial_rule(), unrouted),
         (away(Path("/proc/sla/config")), {"module/control file": "missing"}),
         (away(Path("/dev/socket")), {"control socket/folder": "missing"}),
         (no_route("wlan1"), {"link wlan1/route": "missing"}),

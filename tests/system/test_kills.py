@@ -8,6 +8,7 @@ import os
 import random
 import re
 import subprocess
+import sys
 import time
 from contextlib import suppress
 
@@ -93,6 +94,8 @@ def test_a_run_over_the_ruins_of_a_killed_one_is_like_the_first(phone):
 FOREIGN = ["iptables -w -t mangle -N mine", "iptables -w -t mangle -A OUTPUT -p tcp -j mine",
            "ip -4 rule add fwmark 0x99 table main prio 30000",
            "ip -4 rule add fwmark 0x5a/0xff table main prio 30000",
+           "ip -4 rule add fwmark 0x5a ipproto tcp dport 80 table main prio 30000",
+           "ip -4 rule add fwmark 0x5a suppress_prefixlength 0 table main prio 30000",
            "ip -4 rule add fwmark 0x5a table main prio 29999"]
 LISTINGS = ["iptables -w -t mangle -S", "iptables -w -t nat -S", "ip -4 rule"]
 
@@ -107,7 +110,7 @@ def test_what_a_killed_run_left_is_removed_and_nothing_else(phone):
         subprocess.run(command.split(), check=True)
     bare = listed()
     phone.start()
-    phone.order((1, "10123"), (2, ALL_LINKS), (5, str(GAME_UID)))
+    phone.choose((1, "10123"), (2, ALL_LINKS), (5, str(GAME_UID)))
     rules = settled()
     assert (clean()[0], kernel()) == (3, rules)
     phone.daemon.process.kill()
@@ -128,6 +131,28 @@ def test_what_a_killed_run_left_is_removed_and_nothing_else(phone):
                           "--mark says that it is\nNothing of lnkd's is left.\n")
     assert (clean("--mark=0x99")[0], "0x99" in listed()[2]) == (0, False)
     for command in ("iptables -w -t mangle -F", "iptables -w -t mangle -X",
-                    "ip -4 rule del fwmark 0x5a/0xff prio 30000"):
+                    *["ip -4 rule del prio 30000"] * 3):
         subprocess.run(command.split(), check=True)
-    phone.start()  # to end as others do, with nothing left
+    phone.start()
+    phone.order()  # it runs, and ends as others do, with nothing left
+
+
+HOLDER = """
+import fcntl, sys
+open("/proc/self/comm", "w").write("lnkdctl")
+lock = open("/dev/socket/lnkd.lock", "w")
+fcntl.lockf(lock, fcntl.LOCK_EX)
+print("held", flush=True)
+sys.stdin.read()
+"""
+
+
+def test_a_clean_at_work_is_not_taken_for_the_daemon():
+    with subprocess.Popen([sys.executable, "-c", HOLDER], stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE) as holder:
+        assert holder.stdout.readline() == b"held\n"
+        at_work = f'"lnkdctl clean" is at work (process {holder.pid})'
+        assert clean() == (3, f"lnkdctl clean: {at_work}: nothing is removed\n")
+        said = subprocess.run(["lnkdctl", "status"], stdout=subprocess.PIPE, text=True).stdout
+        assert at_work in said and "running since" not in said
+        holder.stdin.close()

@@ -140,7 +140,9 @@ int runClean(const Arguments& arguments) {
         case InstanceLock::kTaken:
             return remove(marks);
         case InstanceLock::kHeld:
-            return complain("a daemon has just started: nothing is removed", kDaemonRuns);
+            return complain((daemon.known() ? "a daemon has just started" : daemon.problem) +
+                                    ": nothing is removed",
+                            kDaemonRuns);
         case InstanceLock::kUnavailable:
             break;
     }
@@ -163,7 +165,7 @@ Subcommand cleanCommand() {
             "rules of priority 30000 with a mark of the daemon's. Not while a daemon runs.\n"
             "\n"
             "Exit status: 0 nothing is left, 1 something is, or that cannot be told,\n"
-            "2 usage, 3 the daemon runs.\n";
+            "2 usage, 3 the daemon runs, or another clean.\n";
     command.run = runClean;
     return command;
 }

@@ -47,13 +47,17 @@ std::vector<pid_t> commandsOfDaemon() {
 }  // namespace
 
 bool isCommandOfDaemon(std::string_view words) {
+    const std::string_view program = words.substr(0, words.find('\0'));
+    const std::string_view name = program.substr(program.rfind('/') + 1);
     // The shell has one word with the whole line, the tool that it became one word for each.
     std::string line(words);
     for (char& c : line) {
         c = c == '\0' ? ' ' : c;
     }
     const auto names = [&line](const char* text) { return line.find(text) != std::string::npos; };
-    return (names("iptables") && names(" zelk_")) || (names("rule ") && names(" prio 30000"));
+    const bool isOfTool =
+            name.compare(0, 2, "ip") == 0 || names(kPacketFilterTool) || names(kRoutingTool);
+    return isOfTool && (names(" zelk_") || (names(" rule ") && names(" prio 30000")));
 }
 
 std::vector<pid_t> waitForCommands() {

@@ -9,7 +9,8 @@
 namespace lnkd {
 
 // Whether a command line, its words ended by NUL as in /proc/<pid>/cmdline, is one of the daemon's:
-// it names a chain or a policy rule of its own, and a tool.
+// it names a chain or a policy rule of its own, and is that of a wrapper tool, of the shell that
+// runs it, or of the tool that it becomes.
 bool isCommandOfDaemon(std::string_view words);
 
 // Waits until none of the daemon's commands runs any more, two seconds at most: one that it had

@@ -117,10 +117,14 @@ Need tryRule(const Trial& trial) {
                               : need.missing(need.thing + ": " + result.complaint());
 }
 
-bool machineHasTrialRule() {
-    const std::vector<PolicyRule> rules = readPolicyRules().value;
-    return std::any_of(rules.begin(), rules.end(),
-                       [](const PolicyRule& rule) { return rule.mark == kTrialMark; });
+Reading<bool> machineHasTrialRule() {
+    const Reading<std::vector<PolicyRule>> rules = readPolicyRules();
+    Reading<bool> found;
+    found.problem = rules.problem;
+    found.value = std::any_of(rules.value.begin(), rules.value.end(), [](const PolicyRule& rule) {
+        return rule.mark == kTrialMark && rule.priority == kPolicyPriority;
+    });
+    return found;
 }
 
 Need tryPolicyRule(const PrivateNetwork& network, bool toolWorks) {
@@ -133,6 +137,11 @@ Need tryPolicyRule(const PrivateNetwork& network, bool toolWorks) {
     if (!toolWorks) {
         return need.unknown(kNoTool);
     }
+    const Reading<bool> before = machineHasTrialRule();
+    if (!before.known() || before.value) {
+        return need.unknown(before.known() ? "a rule like that of the trial is there already"
+                                           : before.problem);
+    }
     const auto command = [](const char* action) -> Words {
         return {kRoutingTool, "-4",
                 "rule",       action,
@@ -144,7 +153,11 @@ Need tryPolicyRule(const PrivateNetwork& network, bool toolWorks) {
     if (!network.run([&result, &command] { result = runProgram(command("add")); })) {
         return need.unknown(PrivateNetwork::notEntered);
     }
-    if (machineHasTrialRule()) {  // see filterObstacle()
+    const Reading<bool> after = machineHasTrialRule();  // see filterObstacle()
+    if (!after.known()) {
+        return need.unknown(after.problem);
+    }
+    if (after.value) {
         runProgram(command("del"));
         return need.unknown(kElsewhere);
     }

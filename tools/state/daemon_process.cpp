@@ -22,6 +22,7 @@ namespace {
 constexpr char kLockFolder[] = "/dev/socket";
 constexpr char kLockFile[] = "/dev/socket/lnkd.lock";
 constexpr char kProgramName[] = "lnkd";
+constexpr char kCleanName[] = "lnkdctl";  // which holds the lock while it removes rules
 constexpr size_t kLargestProcFile = 65536;
 constexpr int kStartTimeField = 20;  // proc(5): stat, "starttime", counted from behind "(comm) "
 
@@ -87,6 +88,11 @@ DaemonProcess describe(pid_t pid) {
     return daemon;
 }
 
+bool hasName(pid_t pid, const char* name) {
+    return readFile("/proc/" + std::to_string(pid) + "/comm", kLargestProcFile).value ==
+           std::string(name) + '\n';
+}
+
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
@@ -110,6 +116,8 @@ Reading<std::optional<DaemonProcess>> findDaemon() {
         found.problem = problemWith(kLockFile);
     } else if (lock.l_type != F_UNLCK && lock.l_pid <= 0) {
         found.problem = std::string(kLockFile) + ": held by a process that is not seen from here";
+    } else if (lock.l_type != F_UNLCK && hasName(lock.l_pid, kCleanName)) {
+        found.problem = "\"lnkdctl clean\" is at work (process " + std::to_string(lock.l_pid) + ')';
     } else if (lock.l_type != F_UNLCK) {
         found.value = describe(lock.l_pid);
     }
@@ -123,8 +131,7 @@ pid_t findIdleDaemon() {
     }
     while (const dirent* const entry = readdir(processes.get())) {
         const auto pid = static_cast<pid_t>(numberFrom(entry->d_name));
-        if (pid > 0 && readFile("/proc/" + std::to_string(pid) + "/comm", kLargestProcFile).value ==
-                               std::string(kProgramName) + '\n') {
+        if (pid > 0 && hasName(pid, kProgramName)) {
             return pid;
         }
     }

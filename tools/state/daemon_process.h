@@ -23,8 +23,8 @@ struct DaemonProcess {
 };
 
 // Who holds the daemon's instance lock: nobody, or that process. It is a problem when the lock
-// file cannot be looked at (only root can) or its holder cannot be seen from here. The control
-// socket is not touched.
+// file cannot be looked at (only root can), its holder cannot be seen from here, or that is a clean
+// at work. The control socket is not touched.
 Reading<std::optional<DaemonProcess>> findDaemon();
 
 // A process that runs the daemon's program without holding its lock: one that was disabled by

@@ -5,11 +5,21 @@
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "state/route_netlink.h"
 
 namespace lnkd {
 
 namespace {
+
+// What a rule may look at beside a mark, or do beside leading to a table; the kernel leaves out
+// those that it does not.
+constexpr uint16_t kFurtherAttributes[] = {
+        FRA_IIFNAME,     FRA_OIFNAME, FRA_UID_RANGE, FRA_IP_PROTO,         FRA_SPORT_RANGE,
+        FRA_DPORT_RANGE, FRA_TUN_ID,  FRA_L3MDEV,    FRA_SUPPRESS_IFGROUP, FRA_FLOW,
+};
 
 PolicyRule ruleOf(const RouteMessage& message, const fib_rule_hdr& header) {
     constexpr size_t kHeader = sizeof(header);
@@ -19,11 +29,14 @@ PolicyRule ruleOf(const RouteMessage& message, const fib_rule_hdr& header) {
     rule.mark = message.number(kHeader, FRA_FWMARK, 0);
     rule.mask = message.number(kHeader, FRA_FWMASK, 0);
     rule.table = message.number(kHeader, FRA_TABLE, header.table);
-    const bool looksElsewhere = header.src_len != 0 || header.dst_len != 0 || header.tos != 0 ||
-                                !message.attribute(kHeader, FRA_IIFNAME).empty() ||
-                                !message.attribute(kHeader, FRA_OIFNAME).empty() ||
-                                !message.attribute(kHeader, FRA_UID_RANGE).empty() ||
-                                (header.flags & FIB_RULE_INVERT) != 0;
+    const bool looksElsewhere =
+            header.src_len != 0 || header.dst_len != 0 || header.tos != 0 ||
+            (header.flags & FIB_RULE_INVERT) != 0 ||
+            message.number(kHeader, FRA_SUPPRESS_PREFIXLEN, kAllBits) != kAllBits ||
+            std::any_of(std::begin(kFurtherAttributes), std::end(kFurtherAttributes),
+                        [&message](uint16_t type) {
+                            return !message.attribute(kHeader, type).empty();
+                        });
     rule.isMarkOnly = header.action == FR_ACT_TO_TBL && rule.mask == kAllBits && !looksElsewhere;
     return rule;
 }
