@@ -96,6 +96,12 @@ def test_a_drive_is_told_drawn_and_decided_again(phone, tmp_path):
     assert "as logged" in compared and "on a worse link" in compared
     swept = explain(f"--conf={CONF}", "--sweep=n_hyst=0..2", data=packed).splitlines()
     assert [line.split()[0] for line in swept[:5]] == ["n_hyst", "as", "0", "1", "2"]
+    rows = [re.split(r"  +", line)[1:] for line in swept[1:5]]
+    assert rows[0] == rows[3], swept  # its own n_hyst
+    bound = explain(f"--conf={CONF}", "--with=n_hyst=0,t_hyst_s=80000", log=file)
+    counts = [re.search(rf"{row} +(\d+) +(\d+)", bound) for row in ("switches", "refused choices")]
+    assert counts[0][1] == str(story["summary"]["switches"]) > "0" == counts[0][2], bound
+    assert int(counts[1][2]) > int(counts[1][1]), bound
     # Of another daemon's configuration the replay decides otherwise, and says where.
     other = tmp_path / "other.conf"
     other.write_text("min_ping_times=0\n")

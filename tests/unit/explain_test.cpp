@@ -128,6 +128,40 @@ TEST(Story, SaysWhatIsMissingAndPutsTogetherWhatRepeats) {
     EXPECT_EQ(screenOf(story, "x", true, Terminal()).find('\033'), std::string::npos);
 }
 
+TEST(Story, StaysSmallAndDefinedWhateverALogSays) {
+    Log log;
+    log.line(0, "Lnkd (SLA+SLS) 3.0.4.5 starting daemon");
+    log.message(1, 5, std::string(8000, '1'));
+    log.line(2, "getFastestInterface (interface wlan0) (networklevel 4294967295)");
+    log.choice(2, 11, 10, "NULL", "wlan0");
+    log.line(3, "getFastestInterface (interface wlan0) (networklevel 9)");
+    log.line(3, "getFastestInterface (best Interface wlan0) (networklevel 9)");
+    log.line(3, "SLA_LINK time elapsed, ready for switch calc 9500  config delta 9000");
+    log.line(3, "calcInterface SLA_RTT_SELECTED current =  wlan0 , prvious = rmnet_data0");
+    log.line(3, "calcInterface SLA_RTT_SELECTED perform switch wlan0 ");
+    for (int i = 0; i < 1000; ++i)
+        log.line(3, "SLA_RTT_SELECTED  UID destroying sockets = " + std::string(1000, '2'));
+    for (const char* count : {"2147483647", "2147483647", "-5"})
+        log.line(3, "Destroyed " + std::string(count) + " sockets for UID");
+    log.line(3, "SLA_LINK resetting hystWindow, current switch count = 0-----<*>");
+    log.choice(4, 9, 10, "", "");
+    log.line(5, "getFastestInterface (interface wlan0) (networklevel 9)");
+    log.line(5, "getFastestInterface (best Interface rmnet_data0) (networklevel 10)");
+    log.line(5,
+             "SLA_LINK in cycle, switch not allowed-----*** calc -2147483648  config delta "
+             "2147483647");
+    for (int i = 0; i < 3000; ++i)
+        log.line(6, "recv msg: msg.id=0, msg.length=1, msg.message=[]", 'I', 100 + i % 3);
+    const Story story = log.story();
+    EXPECT_EQ(story.sockets, 2 + 2 * int64_t{2147483647});
+    EXPECT_LE(story.missing.size(), 10U);
+    EXPECT_NE(story.missing.back().find("more times, the last at 11-25 09:00:06"),
+              std::string::npos)
+            << story.missing.back();
+    for (const Moment& moment : story.moments)
+        EXPECT_LE(moment.text.size(), 2000U);
+}
+
 TEST(Story, KnowsWhatTheDaemonAddsForASignal) {
     for (int dbm = -140; dbm <= 0; ++dbm)
         EXPECT_EQ(penaltyOf(dbm), RssiStateMonitor::penaltyFor(dbm)) << dbm;

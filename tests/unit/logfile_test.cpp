@@ -65,14 +65,16 @@ TEST(LogClock, GoesOnOverYearsDaysAndSetBacks) {
     int64_t wall = 0;
     for (const Case& c : {Case{12, 31, kLast, 0, 0, 0},
                           {1, 1, 0, 1, 1, 0},
-                          {1, 1, 5000, 5001, 5000, 0},
+                          {12, 31, kLast, 1, -1, 0},  // another thread's, of the year before
+                          {1, 1, 5000, 5001, 5001, 0},
                           {1, 1, 4990, 5001, -10, 0},  // another thread's
                           {1, 1, 5000, 5001, 10, 0},
                           {1, 1, 2000, 5001, -3000, 1},  // set back
                           {1, 1, 2500, 5501, 500, 1},
                           {2, 28, kLast, 5501, 58 * 86400000LL + kLast - 2500, 1},  // and ahead
-                          {3, 1, 0, 5502, 1, 1},  // a year without the 29th
-                          {3, 1, kHour, 5502 + kHour, kHour, 1}}) {
+                          {3, 1, 0, 5502, 1, 1},        // a year without the 29th
+                          {2, 28, kLast, 5502, -1, 1},  // another thread's, of the day before
+                          {3, 1, kHour, 5502 + kHour, kHour + 1, 1}}) {
         LogLine line;
         std::tie(line.month, line.day, line.ofDayMs) = std::tie(c.month, c.day, c.ofDayMs);
         const LogTime time = clock.timeOf(line);

@@ -134,7 +134,7 @@ void SelectionTeller::takeRefusal(const ChoiceRecord& choice) {
         m_refusal = {MomentKind::kRefusal, choice.at};
         m_refusal.from = view(m_current, choice.levelOf(m_current));
         m_refusal.to = view(choice.best, choice.levelOf(choice.best));
-        m_refusal.waitMs = choice.windowMs - choice.elapsedMs;
+        m_refusal.waitMs = int64_t{choice.windowMs} - choice.elapsedMs;
     }
     ++m_refusal.count;
 }

@@ -55,10 +55,10 @@ struct Moment {
     std::string text = {};
     Why why = Why::kFirst;
     Ending ending = Ending::kOpen;
-    int32_t sockets = 0;
+    int64_t sockets = 0;
     int32_t count = 0;
     int64_t lastedMs = 0;
-    int32_t waitMs = 0;  // from its beginning until the window would be over
+    int64_t waitMs = 0;  // from its beginning until the window would be over
     std::vector<ShareRecord::Link> shares = {};
     bool hasRates = false;
 };

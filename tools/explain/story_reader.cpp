@@ -6,8 +6,15 @@
 
 #include "control/message.h"
 #include "core/text_values.h"
+#include "output/text.h"
 
 namespace lnkd {
+
+namespace {
+
+constexpr size_t kLongestText = 200;  // bytes of a control message that are told
+
+}  // namespace
 
 void StoryReader::take(std::string_view text) {
     ++m_story.lines;
@@ -30,10 +37,28 @@ void StoryReader::beginRun(bool isStart) {
     m_run->isSettingUp = isStart;
     ++m_story.runs;
     if (!isStart) {
-        m_story.missing.emplace_back(
+        noteJoin();
+    }
+}
+
+// A run whose beginning the log does not have. The first few are told; of a log with lines of many
+// processes in turn the others are counted.
+void StoryReader::noteJoin() {
+    constexpr size_t kMostTold = 5;
+    ++m_joins;
+    if (m_joins <= kMostTold) {
+        m_story.missing.push_back(
                 "the beginning of a run of the daemon, from " + m_now.stamp() +
                 ": its links, and what had been chosen, are known once a line tells them");
+        m_lastJoin = m_story.missing.size() - 1;
+        return;
     }
+    if (m_joins == kMostTold + 1) {
+        m_story.missing.emplace_back();
+        m_lastJoin = m_story.missing.size() - 1;
+    }
+    m_story.missing[m_lastJoin] = "and so " + countOf(m_joins - kMostTold, "more time") +
+                                  ", the last at " + m_now.stamp();
 }
 
 void StoryReader::endRun() {
@@ -150,7 +175,7 @@ void StoryReader::takeLife(const LogEvent& event) {
 }
 
 void StoryReader::takeMessage(const LogEvent& event) {
-    const std::string text(event.text);
+    const std::string text(event.text.substr(0, kLongestText));
     switch (event.number) {
         case kStartSlsServer:
             if (!std::exchange(m_run->gameRuns, true)) {

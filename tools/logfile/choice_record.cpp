@@ -3,7 +3,17 @@
 
 #include <algorithm>
 
+#include "core/text_values.h"
+
 namespace lnkd {
+
+namespace {
+
+// Far above what a daemon writes: a log is a file from anywhere.
+constexpr size_t kMostUids = 64;
+constexpr size_t kLongestUid = 16;  // bytes
+
+}  // namespace
 
 int32_t ChoiceRecord::levelOf(const std::string& link) const {
     const auto found =
@@ -108,7 +118,7 @@ bool ChoiceReader::add(const LogTime& time, const LogEvent& event) {
             decide(time, event);
             return false;
         case LogEventKind::kSelected:
-            if (!expect(State::kWindow)) {
+            if (!expect(State::kWindow) || !isInterfaceName(event.text)) {
                 return false;
             }
             m_record.selected = event.link;
@@ -119,12 +129,12 @@ bool ChoiceReader::add(const LogTime& time, const LogEvent& event) {
             m_state = expect(State::kSelected) ? State::kSwitching : State::kIdle;
             return false;
         case LogEventKind::kKillingUid:
-            if (m_state == State::kSwitching) {
-                m_record.uids.emplace_back(event.text);
+            if (m_state == State::kSwitching && m_record.uids.size() < kMostUids) {
+                m_record.uids.emplace_back(event.text.substr(0, kLongestUid));
             }
             return false;
         case LogEventKind::kKilled:
-            m_record.sockets += m_state == State::kSwitching ? event.number : 0;
+            m_record.sockets += m_state == State::kSwitching ? std::max(event.number, 0) : 0;
             return false;
         case LogEventKind::kSwitchDone:
             m_record.switched = expect(State::kSwitching);

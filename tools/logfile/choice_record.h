@@ -31,7 +31,7 @@ struct ChoiceRecord {
     bool switched = false;
     int32_t switchesBefore = 0;  // in the window
     std::vector<std::string> uids;
-    int32_t sockets = 0;  // destroyed
+    int64_t sockets = 0;  // destroyed
 
     int32_t levelOf(const std::string& link) const;  // 0 for one that is no candidate
 };

@@ -41,23 +41,43 @@ LogTime LogClock::timeOf(const LogLine& line) {
     if (!m_started) {
         m_started = true;
         m_lastWallMs = inYear;
-    } else if (m_yearMs + inYear < m_lastWallMs - kYearMs / 2) {
-        m_yearMs += kYearMs;
-    } else if (m_lastDate == kLastOfFebruary && time.date == kFirstOfMarch) {
-        m_yearMs -= kDayMs;  // a log that passes over the 29th is of a common year
+        m_lastDate = time.date;
     }
-    time.wallMs = m_yearMs + inYear;
+    const int64_t turn = turnAt(time.date, m_yearMs + inYear);
+    time.wallMs = m_yearMs + turn + inYear;
     const int64_t step = time.wallMs - m_lastWallMs;
     if (step <= -kOutOfOrderMs) {
         ++m_setBacks;
     }
     if (step > 0 || step <= -kOutOfOrderMs) {
         m_ms += step > 0 && step <= kDayMs ? step : 0;
+        m_yearMs += turn;
         m_lastWallMs = time.wallMs;
         m_lastDate = time.date;
     }
     time.ms = m_ms;
     return time;
+}
+
+// What a turn of the year, or of the February of a common year, adds to a stamp. A line that
+// another thread wrote before such a turn and the log has behind it belongs to before.
+int64_t LogClock::turnAt(int32_t date, int64_t wallMs) const {
+    const auto isJustBefore = [this](int64_t ms) {
+        return ms <= m_lastWallMs && ms > m_lastWallMs - kOutOfOrderMs;
+    };
+    if (wallMs < m_lastWallMs - kYearMs / 2) {
+        return kYearMs;
+    }
+    if (isJustBefore(wallMs - kYearMs)) {
+        return -kYearMs;
+    }
+    if (m_lastDate == kLastOfFebruary && date == kFirstOfMarch) {
+        return -kDayMs;  // a log that passes over the 29th is of a common year
+    }
+    if (m_lastDate == kFirstOfMarch && date == kLastOfFebruary && isJustBefore(wallMs + kDayMs)) {
+        return kDayMs;
+    }
+    return 0;
 }
 
 }  // namespace lnkd

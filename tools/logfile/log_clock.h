@@ -33,6 +33,8 @@ class LogClock {
     int32_t setBacks() const { return m_setBacks; }
 
   private:
+    int64_t turnAt(int32_t date, int64_t wallMs) const;
+
     bool m_started = false;
     int64_t m_yearMs = 0;  // what the years, and days that a year lacked, add to a stamp
     int64_t m_lastWallMs = 0;

@@ -22,17 +22,11 @@ class Scanner {
         return *this;
     }
     Scanner& number(int32_t* value) {
-        const bool isNegative = m_rest.size() > 1 && m_rest[0] == '-';
-        int64_t sum = 0;
-        size_t i = isNegative ? 1 : 0;
-        const size_t begin = i;
-        for (; i < m_rest.size() && i < begin + 10 && m_rest[i] >= '0' && m_rest[i] <= '9'; ++i) {
-            sum = sum * 10 + (m_rest[i] - '0');
-        }
-        const int64_t result = isNegative ? -sum : sum;
-        m_ok = m_ok && i > begin && result >= INT32_MIN && result <= UINT32_MAX;
-        m_rest.remove_prefix(m_ok ? i : 0);
-        *value = m_ok ? static_cast<int32_t>(result) : 0;  // a rate may take 32 bits
+        *value = static_cast<int32_t>(integer(INT32_MIN, INT32_MAX));
+        return *this;
+    }
+    Scanner& rate(uint32_t* value) {
+        *value = static_cast<uint32_t>(integer(0, UINT32_MAX));
         return *this;
     }
     Scanner& share(float* value) {
@@ -61,6 +55,20 @@ class Scanner {
     bool ok() const { return m_ok; }
 
   private:
+    int64_t integer(int64_t least, int64_t most) {
+        const bool isNegative = m_rest.size() > 1 && m_rest[0] == '-';
+        int64_t sum = 0;
+        size_t i = isNegative ? 1 : 0;
+        const size_t begin = i;
+        for (; i < m_rest.size() && i < begin + 10 && m_rest[i] >= '0' && m_rest[i] <= '9'; ++i) {
+            sum = sum * 10 + (m_rest[i] - '0');
+        }
+        const int64_t result = isNegative ? -sum : sum;
+        m_ok = m_ok && i > begin && result >= least && result <= most;
+        m_rest.remove_prefix(m_ok ? i : 0);
+        return m_ok ? result : 0;
+    }
+
     std::string_view m_rest;
     bool m_ok = true;
 };
@@ -152,15 +160,13 @@ bool number(Scanner rest, LogEvent* event) {
 }
 
 bool share(Scanner rest, LogEvent* event) {
-    int32_t rate = 0;
     rest.share(&event->oldShare)
             .literal(", new ratio = ")
             .share(&event->share)
             .literal(" , LRE = ")
-            .number(&rate)
+            .rate(&event->rate)
             .literal(" ,interface = ")
             .link(&event->link, " ");
-    event->rate = static_cast<uint32_t>(rate);
     return rest.ok();
 }
 

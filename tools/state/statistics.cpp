@@ -92,7 +92,9 @@ LinkStatistics measureStatistics(std::string_view file, int64_t nowMs) {
         if (record.timestamp == 0) {
             break;
         }
-        const int64_t recordAge = nowMs - static_cast<int64_t>(record.timestamp);
+        // Of no time that is known: 63 bits of milliseconds.
+        const int64_t recordAge =
+                record.timestamp > INT64_MAX ? 0 : nowMs - static_cast<int64_t>(record.timestamp);
         if (!result.newestAgeMs.has_value()) {
             result.newestAgeMs = recordAge;
         }
