@@ -195,6 +195,23 @@ def test_what_is_broken_is_seen_in_one_look(damage, said):
                                 for warning in found["warnings"])) == said
 
 
+def test_what_cannot_be_read_is_not_known():
+    """Of a daemon with links and lists, whose packet filter nobody can list."""
+    phone = Phone()
+    phone.start()
+    phone.order((2, ALL_LINKS), *LISTS)
+    settled()
+    well()
+    Path("/system/bin/iptables-wrapper-1.0").write_text("#!/bin/sh\nexit 4\n")
+    code, said = status()
+    assert (code, len(said["unread"]), said["daemon"]["state"]) == (1, 2, "running")
+    assert [said["links"], said["lists"]["steered"], said["selection"]["running"],
+            said["daemon"]["chains"]] == [None] * 4
+    screen = subprocess.run(["lnkdctl", "status"], stdout=subprocess.PIPE, text=True, timeout=20)
+    assert re.findall("(.*?) +not known\n", screen.stdout) == [
+        "game or call", "applications", "links"]
+
+
 def test_a_killed_daemon_is_told_from_one_that_stopped(phone):
     """What it left, and that it is nothing once it has been removed."""
     phone.start()

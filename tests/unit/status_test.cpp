@@ -12,6 +12,7 @@
 #include "status/live_view.h"
 #include "status/picture.h"
 #include "status/probe_results.h"
+#include "status/status_json.h"
 #include "status/warnings.h"
 
 namespace lnkd {
@@ -65,6 +66,17 @@ TEST(StatusPicture, TellsFromTheShareRulesWhatEachLinkGetsAndWhetherItIsMetered)
         }
         EXPECT_EQ(picture.defaultShare, left);
     }
+}
+
+// The table is the kernel's own file of each process: no world hides it.
+TEST(StatusJson, KnowsNoMarksOfConnectionsThatWereNotRead) {
+    Observation seen = withShares({"wlan0"});
+    const auto says = [&seen](const char* part) {
+        return statusJson(seen, pictureOf(seen), {}).find(part) != std::string::npos;
+    };
+    EXPECT_FALSE(says("\"by_mark\": null"));
+    seen.connections.problem = "left out here";
+    EXPECT_TRUE(says("\"by_mark\": null"));
 }
 
 // What no world lets happen: older kernels take a policy rule twice, and the size of the connection

@@ -23,6 +23,11 @@ const char* nameOf(Users users) {
     return "all";
 }
 
+// A number of things that is known only when what they are counted in was read.
+std::optional<size_t> countIf(bool isKnown, size_t count) {
+    return isKnown ? std::optional(count) : std::nullopt;
+}
+
 template <typename Number>
 void optionalNumber(JsonWriter& json, const char* name, const std::optional<Number>& value) {
     if (value.has_value()) {
@@ -83,9 +88,11 @@ void addDaemon(JsonWriter& json, const Observation& seen, const Picture& picture
     optionalNumber(json, "resident_kib", positive(daemon.residentKb));
     optionalNumber(json, "private_kib", positive(daemon.privateKb));
     optionalText(json, "log", daemon.logName);
-    json.number("chains", static_cast<int64_t>(picture.leftChains))
-            .number("policy_rules", static_cast<int64_t>(picture.leftRules))
-            .endObject();
+    optionalNumber(
+            json, "chains",
+            countIf(seen.filter.mangle.known() && seen.filter.nat.known(), picture.leftChains));
+    optionalNumber(json, "policy_rules", countIf(seen.policyRules.known(), picture.leftRules));
+    json.endObject();
 }
 
 void addLink(JsonWriter& json, const LinkPicture& link) {
@@ -110,21 +117,42 @@ void addLink(JsonWriter& json, const LinkPicture& link) {
     json.boolean("selected", link.isSelected).endObject();
 }
 
-void addConnections(JsonWriter& json, const Observation& seen) {
-    const bool isKnown = seen.tracked.known();
-    json.beginObject("connections");
-    optionalNumber(json, "tracked",
-                   isKnown ? std::optional(seen.tracked.value.count) : std::nullopt);
-    optionalNumber(json, "limit", isKnown ? std::optional(seen.tracked.value.limit) : std::nullopt);
+void addLinks(JsonWriter& json, const Observation& seen, const Picture& picture) {
+    if (!seen.filter.mangle.known()) {
+        json.null("links");
+        return;
+    }
+    json.beginArray("links");
+    for (const LinkPicture& link : picture.links) {
+        addLink(json, link);
+    }
+    json.endArray();
+}
+
+void addByMark(JsonWriter& json, const Reading<ConnectionsByMark>& connections) {
+    if (!connections.known()) {
+        json.null("by_mark");
+        return;
+    }
     json.beginArray("by_mark");
-    for (const auto& [mark, count] : seen.connections.value) {
+    for (const auto& [mark, count] : connections.value) {
         json.beginObject()
                 .text("mark", hexadecimal(mark))
                 .number("all", static_cast<int64_t>(count.all))
                 .number("live", static_cast<int64_t>(count.live))
                 .endObject();
     }
-    json.endArray().endObject();
+    json.endArray();
+}
+
+void addConnections(JsonWriter& json, const Observation& seen) {
+    const bool isKnown = seen.tracked.known();
+    json.beginObject("connections");
+    optionalNumber(json, "tracked",
+                   isKnown ? std::optional(seen.tracked.value.count) : std::nullopt);
+    optionalNumber(json, "limit", isKnown ? std::optional(seen.tracked.value.limit) : std::nullopt);
+    addByMark(json, seen.connections);
+    json.endObject();
 }
 
 }  // namespace
@@ -147,21 +175,20 @@ const char* nameOf(DaemonState state) {
 
 std::string statusJson(const Observation& seen, const Picture& picture,
                        const std::vector<Warning>& warnings) {
+    const bool areChainsKnown = seen.filter.mangle.known();
     JsonWriter json;
     json.beginObject().number("version", kVersion).number("time_ms", seen.wallMs);
     addDaemon(json, seen, picture);
-    json.beginArray("links");
-    for (const LinkPicture& link : picture.links) {
-        addLink(json, link);
-    }
-    json.endArray();
+    addLinks(json, seen, picture);
     optionalShare(json, "default_route_share", picture.defaultShare);
     json.beginObject("lists");
-    texts(json, "steered", picture.entry);
+    uids(json, "steered", areChainsKnown ? UidList(picture.entry) : std::nullopt);
     uids(json, "whitelist", picture.whitelist);
     uids(json, "second_wifi", picture.secondWifi);
     uids(json, "gaming", picture.gaming);
-    json.endObject().beginObject("selection").boolean("running", picture.isSelecting);
+    json.endObject().beginObject("selection");
+    optionalBoolean(json, "running",
+                    areChainsKnown ? std::optional(picture.isSelecting) : std::nullopt);
     optionalText(json, "link", picture.selected);
     json.endObject();
     addConnections(json, seen);

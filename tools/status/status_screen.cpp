@@ -61,10 +61,11 @@ std::string runningText(const DaemonProcess& daemon, int64_t now) {
     return text;
 }
 
-std::string leftoversText(const Picture& picture) {
+std::string leftoversText(const Observation& seen, const Picture& picture) {
     const std::string chains =
             picture.leftChains == 0 ? "" : countOf(picture.leftChains, "chain") + " and ";
-    const char* const meaning = picture.leftChains == 0 ? ""
+    const bool isMeaningKnown = picture.leftChains > 0 && seen.filter.mangle.known();
+    const char* const meaning = !isMeaningKnown ? ""
                                 : picture.isHooked
                                         ? "Connections are steered on, by the shares of then. "
                                         : "They are not hooked in: nothing is steered. ";
@@ -90,7 +91,7 @@ void addDaemon(const Observation& seen, const Picture& picture, Lines* lines) {
                                "when it is restarted");
             break;
         case DaemonState::kLeftovers:
-            lines->add("lnkd", Tone::kBad, leftoversText(picture));
+            lines->add("lnkd", Tone::kBad, leftoversText(seen, picture));
             break;
         case DaemonState::kUnknown:
             lines->add("lnkd", Tone::kWarning,
@@ -151,9 +152,15 @@ std::string statusScreen(const Observation& seen, const Picture& picture,
     Lines lines(terminal);
     addDaemon(seen, picture, &lines);
     if (picture.daemonState == DaemonState::kRunning || !picture.links.empty()) {
-        addSelection(picture, &lines);
-        addLists(picture, &lines);
-        addLinks(picture, terminal, &lines);
+        if (seen.filter.mangle.known()) {
+            addSelection(picture, &lines);
+            addLists(picture, &lines);
+            addLinks(picture, terminal, &lines);
+        } else {
+            for (const char* const label : {"game or call", "applications", "links"}) {
+                lines.add(label, Tone::kHeading, "not known");
+            }
+        }
     }
     if (!warnings.empty() || !seen.problems().empty()) {
         lines.add("\n");
