@@ -339,3 +339,28 @@ def test_what_the_log_says_of_probes_is_shown():
     code, said = status("--log", "/run/none")
     assert (code, said["unread"]) == (1, ["/run/none: No such file or directory"])
     assert links_of(said)["wlan0"]["rtt_ms"] is None
+
+
+# What the phone's tool does with "-d -v threadtime -t LINES" and filters, of which ours are.
+LOGCAT = """#!/bin/sh
+for word; do case $word in *:I) tags="$tags|${word%:I}" ;; *:S) others=silent ;; esac; done
+[ "$others" = silent ] || tags='|.*'
+grep -aE " [IE] (${tags#?}) *: " /run/lnkd.log | tail -n "$5" | tee /run/logcat.out
+"""
+
+
+def test_the_system_log_is_asked_for_all_that_a_status_decides_by():
+    """On the phone the log comes by tags. No link is rated, so times are those of single probes."""
+    set_links("wlan0 delay 4", "wlan1 delay 40")
+    tool = Path("/system/bin/logcat")
+    tool.write_text(LOGCAT)
+    tool.chmod(0o755)
+    world.CONFIGURATION.write_text("ping_interval_ms=20\nmin_ping_times=1\n")
+    subprocess.Popen("lnkd 2>&1 | cat > /run/lnkd.log", shell=True)
+    control = world.connect_control()
+    for message in ((2, ALL_LINKS), (5, str(GAME_UID))):
+        world.send_message(control, *message)
+    wait_until(lambda: links_of(status()[1]).get("wlan0", {}).get("rtt_ms"), "a probed link")
+    said = Path("/run/logcat.out").read_text()
+    assert all(text in said for text in (
+        "TCPing cacla rtt", "m_interfaceInfoMap add", "m_slaInterfaceMap add"))

@@ -30,8 +30,10 @@ Reading<std::string> logTail(const std::string& file, const std::optional<Daemon
     if (access(kSystemLog, X_OK) != 0) {
         return {};
     }
+    // The tags of all that takeEvent() goes by.
     const ProgramResult result = runProgram(
-            {kSystemLog, "-d", "-v", "threadtime", "-t", "2000", "DVX-Lnkd-SlaPing:I", "*:S"});
+            {kSystemLog, "-d", "-v", "threadtime", "-t", "2000", "DVX-Lnkd-SlaPing:I",
+             "DVX-Lnkd-Tcping:I", "DVX-Lnkd-SlaParameters:I", "DVX-Lnkd-SlaStatsImpl:I", "*:S"});
     return {result.output, result.succeeded() ? "" : "logcat: " + result.complaint()};
 }
 
