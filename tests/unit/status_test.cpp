@@ -103,6 +103,12 @@ TEST(StatusWarnings, TellOfPolicyRulesThatAreThereTwiceAndOfAFullTable) {
     seen.policyRules.value.pop_back();
     seen.tracked.value.count = 94;
     EXPECT_EQ(found(), "");
+    // A mark that the configuration gave to the link.
+    seen.filter.mangle.value["zelk_fw_wlan0"][0].words = {"-j", "MARK", "--set-xmark",
+                                                          "0x77/0xffffffff"};
+    seen.policyRules.value[0].mark = 0x77;
+    EXPECT_EQ(found(), "");
+    EXPECT_EQ(pictureOf(seen).leftRules, 1U);
 }
 
 TEST(ProbeResults, AreTheLastOfEachLinkOfTheProcess) {

@@ -1,16 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "clean/leavings.h"
 
-#include "core/text_values.h"
 #include "output/text.h"
 
 namespace lnkd {
 
 namespace {
-
-bool isChainOfOurs(const std::string& name) {
-    return name.compare(0, 5, "zelk_") == 0;
-}
 
 std::vector<std::string> filterCommand(const char* table, const char* action,
                                        const std::string& chain) {
@@ -22,7 +17,7 @@ void addHooks(const char* tableName, const FilterTable& table, std::vector<Remov
         const std::string whatChain = std::string(tableName) + " hook: " + chain + " leads to ";
         for (const FilterRule& rule : rules) {
             const std::string& target = rule.target().empty() ? rule.valueOf("-g") : rule.target();
-            if (!isChainOfOurs(chain) && isChainOfOurs(target)) {
+            if (!isChainOfDaemon(chain) && isChainOfDaemon(target)) {
                 std::vector<std::string> words = filterCommand(tableName, "-D", chain);
                 words.insert(words.end(), rule.words.begin(), rule.words.end());
                 removals->push_back({std::move(words), whatChain + target});
@@ -36,25 +31,12 @@ void addChains(const char* tableName, const FilterTable& table, std::vector<Remo
     std::vector<Removal> deletions;
     const std::string what = std::string(tableName) + " chain: ";
     for (const auto& [chain, rules] : table) {
-        if (isChainOfOurs(chain)) {
+        if (isChainOfDaemon(chain)) {
             removals->push_back({filterCommand(tableName, "-F", chain), ""});
             deletions.push_back({filterCommand(tableName, "-X", chain), what + chain});
         }
     }
     removals->insert(removals->end(), deletions.begin(), deletions.end());
-}
-
-// The marks that the links' chains set, listed as "--set-xmark 0x5a/0xffffffff".
-void addMarks(const FilterTable& mangle, std::set<uint32_t>* marks) {
-    for (const auto& [chain, rules] : mangle) {
-        for (const FilterRule& rule : rules) {
-            const std::string& value = rule.valueOf("--set-xmark");
-            const auto mark = parseFwmark(value.substr(0, value.find('/')));
-            if (isChainOfOurs(chain) && mark.has_value()) {
-                marks->insert(*mark);
-            }
-        }
-    }
 }
 
 }  // namespace
@@ -67,7 +49,7 @@ Leavings findLeavings(const FilterTable& mangle, const FilterTable& nat,
     addHooks("nat", nat, &leavings.removals);
     addChains("nat", nat, &leavings.removals);
     addChains("mangle", mangle, &leavings.removals);
-    addMarks(mangle, &furtherMarks);
+    furtherMarks.merge(marksOfChains(mangle));
     for (const PolicyRule& rule : rules) {
         if (rule.priority != kPolicyPriority || !rule.isMarkOnly) {
             continue;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "core/text_values.h"
 #include "state/program.h"
 
 namespace lnkd {
@@ -101,6 +102,31 @@ Reading<FilterTable> parseFilterTable(std::string_view listing) {
         }
     }
     return table;
+}
+
+bool isChainOfDaemon(std::string_view chain) {
+    constexpr std::string_view kPrefix = "zelk_";
+    return chain.substr(0, kPrefix.size()) == kPrefix;
+}
+
+// "0x5a/0xffffffff" or "0x5a".
+std::optional<uint32_t> markSetBy(const FilterRule& rule) {
+    const std::string& set = rule.valueOf("--set-xmark");
+    const std::string& mark = set.empty() ? rule.valueOf("--set-mark") : set;
+    return parseFwmark(mark.substr(0, mark.find('/')));
+}
+
+std::set<uint32_t> marksOfChains(const FilterTable& mangle) {
+    std::set<uint32_t> marks;
+    for (const auto& [chain, rules] : mangle) {
+        for (const FilterRule& rule : rules) {
+            const auto mark = markSetBy(rule);
+            if (isChainOfDaemon(chain) && mark.has_value()) {
+                marks.insert(*mark);
+            }
+        }
+    }
+    return marks;
 }
 
 PacketFilter readPacketFilter() {

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,5 +45,14 @@ PacketFilter readPacketFilter();
 // Reads what the tool prints for "-S -v". A line that is none of its own is passed over; a rule of
 // a chain that was not announced is a problem.
 Reading<FilterTable> parseFilterTable(std::string_view listing);
+
+// Whether a chain is one of the daemon's, by its name.
+bool isChainOfDaemon(std::string_view chain);
+
+// The mark that a rule sets on packets, if it does.
+std::optional<uint32_t> markSetBy(const FilterRule& rule);
+
+// The marks that the daemon's chains set: a configuration can give a link any.
+std::set<uint32_t> marksOfChains(const FilterTable& mangle);
 
 }  // namespace lnkd

@@ -13,13 +13,11 @@ namespace {
 
 constexpr char kSecondWifiPrefix[] = "wlan1";  // what the daemon takes for the second of a pair
 
-// "0x5a/0xffffffff" or "0x5a".
 std::optional<uint32_t> markOf(const FilterChain& chain) {
     for (const FilterRule& rule : chain) {
-        const std::string& set = rule.valueOf("--set-xmark");
-        const std::string& mark = set.empty() ? rule.valueOf("--set-mark") : set;
-        if (!mark.empty()) {
-            return parseFwmark(mark.substr(0, mark.find('/')));
+        const auto mark = markSetBy(rule);
+        if (mark.has_value()) {
+            return mark;
         }
     }
     return std::nullopt;
@@ -184,12 +182,13 @@ void addDaemon(const Observation& seen, Picture* picture) {
     for (const FilterTable* const table : {&seen.filter.mangle.value, &seen.filter.nat.value}) {
         picture->leftChains += static_cast<size_t>(
                 std::count_if(table->begin(), table->end(),
-                              [](const auto& chain) { return hasPrefix(chain.first, "zelk_"); }));
+                              [](const auto& chain) { return isChainOfDaemon(chain.first); }));
     }
+    const std::set<uint32_t> marks = marksOfChains(seen.filter.mangle.value);
     const std::vector<PolicyRule>& rules = seen.policyRules.value;
-    picture->leftRules = static_cast<size_t>(
-            std::count_if(rules.begin(), rules.end(),
-                          [](const PolicyRule& rule) { return isRuleOfDaemon(rule); }));
+    picture->leftRules = static_cast<size_t>(std::count_if(
+            rules.begin(), rules.end(),
+            [&marks](const PolicyRule& rule) { return isRuleOfDaemon(rule, marks); }));
     picture->isHooked = leadsTo(seen.filter.mangle.value, "OUTPUT", kEntryChain);
     const bool areRulesKnown =
             seen.filter.mangle.known() && seen.filter.nat.known() && seen.policyRules.known();

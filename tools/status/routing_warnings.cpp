@@ -13,10 +13,11 @@ constexpr char kOtherWay[] = ": what is dealt to it takes the default route";
 
 void checkPolicyRules(const Observation& seen, const Picture& picture,
                       std::vector<Warning>* warnings) {
+    const std::set<uint32_t> marks = marksOfChains(seen.filter.mangle.value);
     std::vector<PolicyRule> strays;
     std::copy_if(seen.policyRules.value.begin(), seen.policyRules.value.end(),
                  std::back_inserter(strays),
-                 [](const PolicyRule& rule) { return isRuleOfDaemon(rule); });
+                 [&marks](const PolicyRule& rule) { return isRuleOfDaemon(rule, marks); });
     for (const LinkPicture& link : picture.links) {
         if (!link.mark.has_value() || !link.table.has_value()) {
             continue;  // said where the chain is looked at, and with the route
