@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -9,6 +12,7 @@
 #include "state/connection_marks.h"
 #include "state/packet_filter.h"
 #include "state/program.h"
+#include "state/route_netlink.h"
 #include "state/routes.h"
 #include "state/statistics.h"
 
@@ -94,6 +98,17 @@ TEST(ConnectionTable, IsCountedByMarkWhereverItIsCut) {
         ASSERT_EQ(counts, "0: 2 of 2; 90: 1 of 2; 4294967295: 0 of 1; ") << size;
     }
     EXPECT_NE(countConnections("/no/such/table").problem, "");
+}
+
+// The kernel refuses a request for next hops with more than their own fixed part, and says so only
+// where the dump ends.
+TEST(RoutingDump, ThatFailsIsAProblemAndNotEmpty) {
+    const auto problemOf = [](uint16_t request) {
+        return dumpRouting(
+                request, AF_INET, [] {}, [](const RouteMessage&) {});
+    };
+    EXPECT_EQ(problemOf(RTM_GETNEXTHOP), "routing (netlink): Invalid argument");
+    EXPECT_EQ(problemOf(RTM_GETRULE), "");
 }
 
 TEST(RoutingTableNames, AreThoseOfTheFileOrNumbers) {

@@ -56,8 +56,11 @@ DumpResult takeDatagram(std::string_view bytes,
         if ((header.nlmsg_flags & NLM_F_DUMP_INTR) != 0) {
             return DumpResult::kInterrupted;
         }
-        if (header.nlmsg_type == NLMSG_DONE) {
-            return DumpResult::kDone;
+        if (header.nlmsg_type == NLMSG_DONE) {  // also the end of a dump that failed
+            int error = 0;
+            memcpy(&error, body.data(), std::min(sizeof(error), body.size()));
+            errno = -error;
+            return error < 0 ? DumpResult::kFailed : DumpResult::kDone;
         }
         if (header.nlmsg_type == NLMSG_ERROR) {
             int error = -EBADMSG;
