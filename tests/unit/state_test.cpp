@@ -12,6 +12,7 @@
 #include "state/connection_marks.h"
 #include "state/packet_filter.h"
 #include "state/program.h"
+#include "state/reading.h"
 #include "state/route_netlink.h"
 #include "state/routes.h"
 #include "state/statistics.h"
@@ -42,7 +43,8 @@ TEST(FilterListing, BecomesChainsWithCountersInBothFlavoursOfTheTool) {
     EXPECT_EQ(shares[0].valueOf("--probability"), "0.25");
     EXPECT_EQ(shares[0].target(), "Y");
     EXPECT_EQ(shares[1].valueOf("Z"), "");
-    EXPECT_NE(parseFilterTable("-A unknown -j X\n").problem, "");
+    const Reading<FilterTable> begun = parseFilterTable("-N known\n-A unknown -j X\n");
+    EXPECT_TRUE(!begun.known() && begun.value.empty());
 }
 
 TEST(Program, IsRunBesideOthersAndKilledWithWhatItStartedWhenItsTimeIsOver) {
@@ -109,6 +111,13 @@ TEST(RoutingDump, ThatFailsIsAProblemAndNotEmpty) {
     };
     EXPECT_EQ(problemOf(RTM_GETNEXTHOP), "routing (netlink): Invalid argument");
     EXPECT_EQ(problemOf(RTM_GETRULE), "");
+}
+
+TEST(File, IsReadToItsEndOrNotAtAll) {
+    const Reading<std::string> name = readFile("/proc/self/comm", 64);
+    EXPECT_TRUE(name.known() && !name.value.empty());
+    const Reading<std::string> cut = readFile("/proc/self/comm", 1);
+    EXPECT_TRUE(!cut.known() && cut.value.empty());
 }
 
 TEST(RoutingTableNames, AreThoseOfTheFileOrNumbers) {

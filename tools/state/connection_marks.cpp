@@ -77,7 +77,6 @@ void MarkCounter::takeLine(std::string_view line) {
 
 Reading<ConnectionsByMark> countConnections(const char* table) {
     const auto deadline = std::chrono::steady_clock::now() + kTimeLimit;
-    Reading<ConnectionsByMark> counted;
     const android::base::unique_fd fd(open(table, O_RDONLY | O_CLOEXEC));
     MarkCounter counter;
     char buffer[65536];
@@ -85,21 +84,23 @@ Reading<ConnectionsByMark> countConnections(const char* table) {
     while (n > 0 && (n = read(fd.get(), buffer, sizeof(buffer))) > 0) {
         counter.take({buffer, static_cast<size_t>(n)});
         if (std::chrono::steady_clock::now() > deadline) {
-            counted.problem = std::string(table) + ": not read to its end in time";
-            return counted;
+            return Reading<ConnectionsByMark>::failed(std::string(table) +
+                                                      ": not read to its end in time");
         }
     }
     if (n < 0) {
-        counted.problem = problemWith(table);
+        return Reading<ConnectionsByMark>::failed(problemWith(table));
     }
-    counted.value = counter.counts();
-    return counted;
+    return {counter.counts(), ""};
 }
 
 Reading<TrackedConnections> readTrackedConnections() {
     const Reading<int64_t> count = readNumber("/proc/sys/net/netfilter/nf_conntrack_count");
     const Reading<int64_t> limit = readNumber("/proc/sys/net/netfilter/nf_conntrack_max");
-    return {{count.value, limit.value}, count.known() ? limit.problem : count.problem};
+    if (!count.known() || !limit.known()) {
+        return Reading<TrackedConnections>::failed(count.known() ? limit.problem : count.problem);
+    }
+    return {{count.value, limit.value}, ""};
 }
 
 }  // namespace lnkd

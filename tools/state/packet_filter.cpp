@@ -95,8 +95,8 @@ Reading<FilterTable> parseFilterTable(std::string_view listing) {
         } else if (kind == "-A") {
             const auto known = table.value.find(chain);
             if (known == table.value.end()) {
-                table.problem = "packet filter: a rule of an unknown chain, " + chain;
-                return table;
+                return Reading<FilterTable>::failed("packet filter: a rule of an unknown chain, " +
+                                                    chain);
             }
             known->second.push_back(ruleOf(line));
         }

@@ -19,22 +19,18 @@ Reading<std::string> readFile(const std::string& path, size_t limit) {
     Reading<std::string> file;
     const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!fd.ok()) {
-        file.problem = problemWith(path);
-        return file;
+        return Reading<std::string>::failed(problemWith(path));
     }
     char block[4096];
     ssize_t n = 0;
     while ((n = read(fd.get(), block, sizeof(block))) > 0) {
         file.value.append(block, static_cast<size_t>(n));
         if (file.value.size() > limit) {
-            file.problem = path + ": longer than " + std::to_string(limit) + " bytes";
-            return file;
+            return Reading<std::string>::failed(path + ": longer than " + std::to_string(limit) +
+                                                " bytes");
         }
     }
-    if (n < 0) {
-        file.problem = problemWith(path);
-    }
-    return file;
+    return n < 0 ? Reading<std::string>::failed(problemWith(path)) : file;
 }
 
 }  // namespace lnkd

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 
 namespace lnkd {
 
@@ -12,6 +13,9 @@ template <typename Value>
 struct Reading {
     Value value{};
     std::string problem;  // a line that names the thing; empty when it was read
+
+    // Without what was read until then: a part of a thing is not the thing.
+    static Reading failed(std::string problem) { return {{}, std::move(problem)}; }
 
     bool known() const { return problem.empty(); }
 };

@@ -149,7 +149,12 @@ std::string dumpRouting(uint16_t request, uint8_t family, const std::function<vo
     if (result == DumpResult::kInterrupted) {
         errno = EAGAIN;
     }
-    return result == DumpResult::kDone ? "" : problemWith(kThing);
+    if (result == DumpResult::kDone) {
+        return "";
+    }
+    const std::string problem = problemWith(kThing);
+    reset();
+    return problem;
 }
 
 }  // namespace lnkd

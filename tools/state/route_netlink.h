@@ -32,8 +32,8 @@ class RouteMessage {
 };
 
 // Asks the kernel for all objects of a kind, such as RTM_GETRULE, and hands each to `take`. A dump
-// that was interrupted by a change is asked for again: `reset` then forgets what was taken. Ends
-// after a second at the latest. Returns the problem, empty when all was read.
+// that was interrupted by a change is asked for again: `reset` then forgets what was taken, as
+// after a problem. Ends after a second at the latest. Returns the problem, empty when all was read.
 std::string dumpRouting(uint16_t request, uint8_t family, const std::function<void()>& reset,
                         const std::function<void(const RouteMessage&)>& take);
 

@@ -107,6 +107,9 @@ Reading<std::map<std::string, NetworkInterface>> readInterfaces() {
                                                      std::to_string(header.ifa_prefixlen));
                 }
             });
+    if (!found.known()) {
+        found.value.clear();  // interfaces without their addresses
+    }
     return found;
 }
 

@@ -34,7 +34,10 @@ Reading<std::string> logTail(const std::string& file, const std::optional<Daemon
     const ProgramResult result = runProgram(
             {kSystemLog, "-d", "-v", "threadtime", "-t", "2000", "DVX-Lnkd-SlaPing:I",
              "DVX-Lnkd-Tcping:I", "DVX-Lnkd-SlaParameters:I", "DVX-Lnkd-SlaStatsImpl:I", "*:S"});
-    return {result.output, result.succeeded() ? "" : "logcat: " + result.complaint()};
+    if (!result.succeeded()) {
+        return Reading<std::string>::failed("logcat: " + result.complaint());
+    }
+    return {result.output, ""};
 }
 
 void takeEvent(const LogEvent& event, std::map<std::string, int32_t>* answers,
