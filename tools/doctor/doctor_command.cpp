@@ -76,8 +76,8 @@ Subcommand doctorCommand() {
     };
     command.notes =
             "Without --links they are those that the daemon has or is to have.\n"
-            "Rules and sockets are tried in a network namespace of its own, as root; nothing\n"
-            "of the machine is changed, and the daemon need not run.\n"
+            "Rules and sockets are tried in a network namespace of its own, as root, and not\n"
+            "on the machine; the manual page has the exceptions. The daemon need not run.\n"
             "Exit status: 0 all there, 1 something that the daemon needs is missing, 2 usage,\n"
             "3 something that it needs could not be tried.\n";
     command.run = runDoctor;
