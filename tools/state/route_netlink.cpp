@@ -141,7 +141,8 @@ std::string dumpRouting(uint16_t request, uint8_t family, const std::function<vo
         // A socket for each: what is left of an interrupted dump goes with its own.
         const unique_fd fd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
         if (!fd.ok() || !sendRequest(fd.get(), request, family)) {
-            return problemWith(kThing);
+            result = DumpResult::kFailed;
+            break;
         }
         reset();
         result = receiveDump(fd.get(), deadline, take);
@@ -152,7 +153,7 @@ std::string dumpRouting(uint16_t request, uint8_t family, const std::function<vo
     if (result == DumpResult::kDone) {
         return "";
     }
-    const std::string problem = problemWith(kThing);
+    std::string problem = problemWith(kThing);
     reset();
     return problem;
 }
