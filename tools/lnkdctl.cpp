@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <poll.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <string>
@@ -74,11 +77,26 @@ int runTool(const std::vector<std::string>& words) {
     return command->run(arguments);
 }
 
+bool hasReaderGone() {
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+}
+
+// A full disk is no success; of a reader who has seen enough, nothing is said.
+int statusOnceWritten(int status) {
+    const bool isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    if (isWritten || hasReaderGone()) {
+        return status;
+    }
+    std::fputs("lnkdctl: not all of the output could be written\n", stderr);
+    return status != 0 ? status : 1;
+}
+
 }  // namespace
 }  // namespace lnkd
 
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // also for a reader of our output that is gone
     std::signal(SIGCHLD, SIG_DFL);  // ignored, as some parents leave it, no status would be left
-    return lnkd::runTool({argv + 1, argv + argc});
+    return lnkd::statusOnceWritten(lnkd::runTool({argv + 1, argv + argc}));
 }

@@ -46,6 +46,14 @@ def test_a_wrong_command_line_is_told_apart(words, said):
     assert said in run.stderr
 
 
+@pytest.mark.parametrize("words", [["--version"], ["check", "--print"], ["completion", "bash"],
+                                   ["doctor", "--no-probe"]], ids=lambda words: words[0])
+def test_output_for_which_there_is_no_room_is_no_success(words):
+    with open("/dev/full", "w", encoding="ascii") as full:
+        run = subprocess.run(["lnkdctl", *words], stdout=full, stderr=subprocess.PIPE, text=True)
+    assert (run.returncode, "not all of the output could be written" in run.stderr) == (1, True)
+
+
 def test_the_completion_of_zsh_is_one():
     script = subprocess.check_output(["lnkdctl", "completion", "zsh"])
     subprocess.run(["zsh", "-n"], input=script, check=True)
