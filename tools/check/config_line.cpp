@@ -82,7 +82,9 @@ void judgeNumber(const std::string& value, const Parameters::ConfigKey& key, con
         return;
     }
     if (!value.empty() && value.back() == '\r') {
-        out->warning("ends in a carriage return, which a text would not bear");
+        out->warning(
+                "ends in a carriage return; no harm to a number, but it would become part of a "
+                "text");
     }
     if (!note.taken.holds(number)) {
         const bool isBelow = number < note.taken.least;
