@@ -29,10 +29,6 @@ void copyText(char (&field)[N], const std::string& text) {
     field[length] = '\0';
 }
 
-bool startsWith(const std::string& text, const char* prefix) {
-    return text.compare(0, strlen(prefix), prefix) == 0;
-}
-
 // What a name says about an interface of which nothing else is known.
 struct NameDefaults {
     const char* metered;
@@ -42,10 +38,10 @@ struct NameDefaults {
 };
 
 NameDefaults defaultsFor(const std::string& name, const char* cellularMode) {
-    if (startsWith(name, "wlan0")) {
+    if (hasPrefix(name, "wlan0")) {
         return {"0", "1", "0x5A", "0"};
     }
-    if (startsWith(name, "wlan1")) {
+    if (hasPrefix(name, "wlan1")) {
         return {"0", "0", "0x5B", "1"};
     }
     if (isCellularName(name)) {
@@ -321,7 +317,7 @@ void Parameters::UpdateInterfaceBssid(const char* bssids) {
     constexpr const char* kPrefixes[] = {"wlan0", "wlan1"};
     for (size_t i = 0; i < std::min(fields.size(), std::size(kPrefixes)); ++i) {
         for (auto& [name, record] : *table) {
-            if (!fields[i].empty() && startsWith(name, kPrefixes[i])) {
+            if (!fields[i].empty() && hasPrefix(name, kPrefixes[i])) {
                 auto changed = std::make_shared<InterfaceInfo_t>(*record);
                 copyText(changed->bssid, fields[i]);
                 record = std::move(changed);

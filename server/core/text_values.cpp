@@ -35,15 +35,15 @@ std::optional<uint32_t> parseUnsigned(std::string_view digits, int base) {
     return value;
 }
 
-bool hasPrefix(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
 bool hasSuffix(std::string_view text, std::string_view suffix) {
     return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
 }
 
 }  // namespace
+
+bool hasPrefix(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
 
 std::vector<std::string> splitList(std::string_view text) {
     std::vector<std::string> elements;

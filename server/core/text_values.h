@@ -21,6 +21,8 @@ std::vector<std::string> splitList(std::string_view text);
 // The same, each element once, where it stands first.
 std::vector<std::string> splitDistinct(std::string_view text);
 
+bool hasPrefix(std::string_view text, std::string_view prefix);
+
 // Reads a number as atoi does: leading blanks and sign, then decimal digits, anything after them
 // ignored, 0 when there are none. A value beyond 32 bits becomes the nearest that fits.
 int32_t parseInt(const char* text);

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <paths.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <cstring>
 #include <thread>
 
+#include "core/child_process.h"
 #include "core/stop_request.h"
 
 namespace lnkd {
@@ -41,31 +41,10 @@ const char* shellPath() {
 
 // Starts the shell with its output in `output`. Returns its process number, or -1.
 pid_t spawnShell(const char* line, int output) {
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
-
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(
-            &attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    sigset_t signals;
-    sigfillset(&signals);
-    sigdelset(&signals, SIGKILL);  // these two have no other, and cannot be set
-    sigdelset(&signals, SIGSTOP);
-    posix_spawnattr_setsigdefault(&attributes, &signals);
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&attributes, &signals);
-
     const char* const arguments[] = {"sh", "-c", line, nullptr};
-    pid_t pid = -1;
-    const int error = posix_spawn(&pid, shellPath(), &files, &attributes,
-                                  const_cast<char* const*>(arguments), environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return error == 0 ? pid : -1;
+    ChildStreams streams;
+    streams.output = output;
+    return startChild(shellPath(), arguments, streams, ChildGroup::kOwn);
 }
 
 }  // namespace

@@ -38,12 +38,9 @@ class LineFindings {
     std::vector<ConfigFinding>* m_findings;
 };
 
-std::string joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : ", ") + quoted(word);
-    }
-    return text;
+std::string quotedList(std::vector<std::string> words) {
+    std::transform(words.begin(), words.end(), words.begin(), quoted);
+    return joined(words);
 }
 
 std::string rangeText(const NumberRange& range) {
@@ -117,7 +114,7 @@ void judgePorts(const std::string& value, LineFindings* out) {
         }
     }
     if (!wrong.empty()) {
-        out->warning("no port (1 to 65535): " + joined(wrong));
+        out->warning("no port (1 to 65535): " + quotedList(wrong));
     }
 }
 
@@ -135,7 +132,8 @@ void judgeText(const std::string& value, const KeyNote& note, LineFindings* out)
         steeredUids(value, &skipped);
         if (!skipped.empty()) {
             out->error("skipped, no UID (digits, no leading 0, at most " +
-                       std::to_string(Parameters::longestWhitelistUid) + "): " + joined(skipped));
+                       std::to_string(Parameters::longestWhitelistUid) +
+                       "): " + quotedList(skipped));
         }
     }
 }

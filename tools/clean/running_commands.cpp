@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "clean/running_commands.h"
 
-#include <dirent.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
 
-#include "core/text_values.h"
 #include "state/packet_filter.h"
+#include "state/processes.h"
 #include "state/reading.h"
 
 namespace lnkd {
@@ -21,24 +17,14 @@ constexpr std::chrono::seconds kLongestWait(2);
 constexpr std::chrono::milliseconds kPause(10);
 constexpr size_t kLongestCommand = 16384;  // bytes; the daemon's are far shorter
 
-struct FolderCloser {
-    void operator()(DIR* folder) const { closedir(folder); }
-};
-
 std::vector<pid_t> commandsOfDaemon() {
     std::vector<pid_t> found;
-    const std::unique_ptr<DIR, FolderCloser> folder(opendir("/proc"));
-    if (folder == nullptr) {
-        return found;
-    }
-    while (const dirent* const entry = readdir(folder.get())) {
-        const std::string name = entry->d_name;
+    for (const pid_t pid : readProcesses()) {
         // One that cannot be read has ended, or has a command line longer than any of these.
         const Reading<std::string> words =
-                isAllDigits(name) ? readFile("/proc/" + name + "/cmdline", kLongestCommand)
-                                  : Reading<std::string>();
+                readFile("/proc/" + std::to_string(pid) + "/cmdline", kLongestCommand);
         if (isCommandOfDaemon(words.value)) {
-            found.push_back(parseInt(name.c_str()));
+            found.push_back(pid);
         }
     }
     return found;

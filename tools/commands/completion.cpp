@@ -22,14 +22,6 @@ std::vector<std::string> optionWords(const Subcommand& command) {
     return words;
 }
 
-std::string joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words) {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
-}
-
 // The first word completes to a command or an option of the session; after a command come its
 // options and what its operand may be; behind "=" the option's own argument.
 std::string bashScript() {
@@ -37,7 +29,7 @@ std::string bashScript() {
     std::string branches;
     std::string fileOptions;
     for (const Subcommand& command : subcommands()) {
-        std::string words = joined(optionWords(command));
+        std::string words = joined(optionWords(command), " ");
         for (const std::string& choice : command.choices) {
             words += ' ' + choice;
         }
@@ -115,7 +107,8 @@ std::string zshArguments(const Subcommand& command) {
     }
     lines += " \\\n            '--help[this text]'";
     if (!command.choices.empty()) {
-        lines += " \\\n            '1:" + command.operand + ":(" + joined(command.choices) + ")'";
+        lines += " \\\n            '1:" + command.operand + ":(" + joined(command.choices, " ") +
+                 ")'";
     } else if (command.operand == kFile) {
         lines += " \\\n            '1:FILE:_files'";
     }

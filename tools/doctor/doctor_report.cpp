@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "output/json.h"
+#include "output/text.h"
 
 namespace lnkd {
 
@@ -100,14 +101,6 @@ class Screen {
     std::string m_lastSubject;
     std::string m_text;
 };
-
-std::string joined(const std::vector<std::string>& texts) {
-    std::string all;
-    for (const std::string& text : texts) {
-        all += (all.empty() ? "" : ", ") + text;
-    }
-    return all;
-}
 
 // One subject: what is there in a line, what could not be tried in a line for each reason.
 void show(Needs::const_iterator begin, Needs::const_iterator end, Screen* screen) {

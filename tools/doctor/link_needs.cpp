@@ -9,6 +9,7 @@
 
 #include "core/text_values.h"
 #include "doctor/probe.h"
+#include "state/chain_names.h"
 #include "state/daemon_process.h"
 #include "state/packet_filter.h"
 #include "state/routes.h"
@@ -17,18 +18,6 @@
 namespace lnkd {
 
 namespace {
-
-constexpr char kLinkChain[] = "zelk_fw_";
-constexpr char kWrapperSuffix[] = "_wrapper";
-
-bool startsWith(const std::string& text, const std::string& prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-bool endsWith(const std::string& text, const std::string& suffix) {
-    return text.size() >= suffix.size() &&
-           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
 
 // What is asked of the kernel once, for all links.
 struct Surroundings {
@@ -111,18 +100,6 @@ Need reachNeed(const std::string& link, const ProbeTarget& target, const Reach& 
                                  : std::string(strerror(reach.error))));
 }
 
-// The links that the daemon has made chains for.
-std::vector<std::string> chainLinks() {
-    const Reading<FilterTable> mangle = readPacketFilter().mangle;
-    std::vector<std::string> links;
-    for (const auto& [chain, rules] : mangle.value) {
-        if (startsWith(chain, kLinkChain) && !endsWith(chain, kWrapperSuffix)) {
-            links.push_back(chain.substr(sizeof(kLinkChain) - 1));
-        }
-    }
-    return links;
-}
-
 bool areMet(const Needs& needs) {
     return std::all_of(needs.begin(), needs.end(),
                        [](const Need& need) { return need.state == NeedState::kOk; });
@@ -131,7 +108,7 @@ bool areMet(const Needs& needs) {
 }  // namespace
 
 std::vector<std::string> knownLinks() {
-    std::vector<std::string> names = chainLinks();
+    std::vector<std::string> names = linksOf(readPacketFilter().mangle.value);
     char property[PROPERTY_VALUE_MAX];
     property_get("vendor.sla.ifaces", property, "");
     const std::vector<std::string> atStart = splitList(property);
@@ -145,7 +122,7 @@ std::vector<std::string> knownLinks() {
     }
     if (links.empty()) {
         for (const auto& [name, interface] : readInterfaces().value) {
-            if (startsWith(name, "wlan") || isCellularName(name)) {
+            if (hasPrefix(name, "wlan") || isCellularName(name)) {
                 links.push_back(name);
             }
         }

@@ -11,12 +11,8 @@ namespace lnkd {
 
 namespace {
 
-std::string number(int64_t value) {
-    return std::to_string(value);
-}
-
 std::string totalText(const Total& total) {
-    return number(total.count) + (total.count > 0 ? ", " + durationText(total.ms) : "");
+    return std::to_string(total.count) + (total.count > 0 ? ", " + durationText(total.ms) : "");
 }
 
 // A decision in few words; empty for what is none.
@@ -35,8 +31,8 @@ std::string decisionOf(const Moment& moment) {
         case Why::kFailed:
             return "to " + moment.to.name + ", " + moment.from.name + " failed";
         default:
-            return "to " + moment.to.name + ", level " + number(moment.from.level) + " to " +
-                   number(moment.to.level);
+            return "to " + moment.to.name + ", level " + std::to_string(moment.from.level) +
+                   " to " + std::to_string(moment.to.level);
     }
 }
 
@@ -46,13 +42,13 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-        {"switches", [](const Story& s) { return number(s.switches); }},
+        {"switches", [](const Story& s) { return std::to_string(s.switches); }},
         {"on a worse link", [](const Story& s) { return durationText(s.worseMs); }},
         {"no good link", [](const Story& s) { return totalText(s.notGood); }},
-        {"refused choices", [](const Story& s) { return number(s.refusedChoices); }},
+        {"refused choices", [](const Story& s) { return std::to_string(s.refusedChoices); }},
         {"  only delayed", [](const Story& s) { return totalText(s.delays); }},
         {"  passed by itself", [](const Story& s) { return totalText(s.savings); }},
-        {"rebuilds of shares", [](const Story& s) { return number(s.rebuilds); }},
+        {"rebuilds of shares", [](const Story& s) { return std::to_string(s.rebuilds); }},
 };
 
 // What a replay counts of a game that began before the log: "..., 12 passed over, ...".
@@ -121,16 +117,16 @@ std::string sweepTable(const Sweep& sweep, const std::vector<Story>& stories, co
                  " only delayed", " rebuilds"});
     const auto add = [&table](const std::string& name, const Story& story) {
         table.add({{name},
-                   {number(story.switches)},
+                   {std::to_string(story.switches)},
                    {durationText(story.worseMs)},
                    {durationText(story.notGood.ms)},
-                   {number(story.refusedChoices)},
-                   {number(story.delays.count)},
-                   {number(story.rebuilds)}});
+                   {std::to_string(story.refusedChoices)},
+                   {std::to_string(story.delays.count)},
+                   {std::to_string(story.rebuilds)}});
     };
     add("as logged", logged);
     for (size_t i = 0; i < stories.size(); ++i) {
-        add(number(sweep.values[i]), stories[i]);
+        add(std::to_string(sweep.values[i]), stories[i]);
     }
     return table.lines(terminal) + '\n' + kYardstick + notDecided(logged);
 }

@@ -2,7 +2,6 @@
 #include "explain/program.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +10,8 @@
 #include <csignal>
 #include <cstring>
 #include <utility>
+
+#include "core/child_process.h"
 
 namespace lnkd {
 
@@ -30,27 +31,16 @@ bool Program::start(const std::vector<std::string>& words, Pipe pipe) {
         m_error = strerror(errno);
         return false;
     }
-    std::vector<std::string> copies = words;
-    std::vector<char*> argv;
-    argv.reserve(copies.size() + 1);
-    for (std::string& word : copies) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
     const bool isOutput = pipe == Pipe::kItsOutput;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[isOutput ? 1 : 0],
-                                     isOutput ? STDOUT_FILENO : STDIN_FILENO);
-    const int error = posix_spawn(&m_pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    ChildStreams streams;
+    (isOutput ? streams.output : streams.input) = ends[isOutput ? 1 : 0];
+    m_pid = startChild(words, streams, ChildGroup::kOurs);
+    if (m_pid < 0) {
+        m_error = strerror(errno);
+    }
     close(ends[isOutput ? 1 : 0]);
     m_pipe = ends[isOutput ? 0 : 1];
-    if (error != 0) {
-        m_pid = -1;
-        m_error = strerror(error);
-    }
-    return error == 0;
+    return m_pid > 0;
 }
 
 int Program::takePipe() {

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "output/text.h"
+
 namespace lnkd {
 
 void SelectionTeller::begin(MomentKind kind, const LogTime& at, const std::string& uids) {
@@ -152,9 +154,7 @@ void SelectionTeller::takeSwitch(const ChoiceRecord& choice) {
     } else {
         moment.why = moment.to.level > moment.from.level ? Why::kBetter : Why::kTie;
     }
-    for (const std::string& uid : choice.uids) {
-        moment.text += (moment.text.empty() ? "" : ",") + uid;
-    }
+    moment.text = joined(choice.uids, ",");
     moment.sockets = choice.sockets;
     moment.lastedMs = m_waitedMs;
     m_story->switches += moment.why == Why::kFirst ? 0 : 1;

@@ -81,11 +81,7 @@ bool parseValue(const Tunable& tunable, const std::string& text, int* value, std
 }  // namespace
 
 std::string replayableTunables() {
-    std::string all;
-    for (const std::string& key : replayable()) {
-        all += (all.empty() ? "" : ", ") + key;
-    }
-    return all;
+    return joined(replayable());
 }
 
 bool parseTunables(const std::string& text, std::vector<std::string>* words, std::string* error) {

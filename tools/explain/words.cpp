@@ -10,19 +10,16 @@ namespace lnkd {
 
 namespace {
 
-std::string number(int64_t value) {
-    return std::to_string(value);
-}
-
 std::string levelText(const LinkView& link) {
     if (link.level == 0) {
         return "not rated yet";
     }
-    std::string text = link.level == kFailedLevel ? "failed" : "level " + number(link.level);
-    text += link.averageMs > 0 ? ", " + number(link.averageMs) + " ms" : "";
+    std::string text =
+            link.level == kFailedLevel ? "failed" : "level " + std::to_string(link.level);
+    text += link.averageMs > 0 ? ", " + std::to_string(link.averageMs) + " ms" : "";
     if (link.signalDbm != 0 && penaltyOf(link.signalDbm) > 0) {
-        text += ", signal " + number(link.signalDbm) + " dBm, which adds " +
-                number(penaltyOf(link.signalDbm)) + " ms";
+        text += ", signal " + std::to_string(link.signalDbm) + " dBm, which adds " +
+                std::to_string(penaltyOf(link.signalDbm)) + " ms";
     }
     return text;
 }
@@ -80,7 +77,7 @@ std::string sharesText(const Moment& moment) {
         char share[32];
         snprintf(share, sizeof(share), " %.0f %%", static_cast<double>(link.share) * 100);
         text += (text.empty() ? "" : ", ") + link.name + share;
-        text += moment.hasRates ? " of " + number(link.rate) + " kbit/s" : "";
+        text += moment.hasRates ? " of " + std::to_string(link.rate) + " kbit/s" : "";
     }
     return "shares: " + text + (moment.hasRates ? "" : " (rates not told)");
 }

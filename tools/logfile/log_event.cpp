@@ -73,10 +73,6 @@ class Scanner {
     bool m_ok = true;
 };
 
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 using Kind = LogEventKind;
 
 // One known line: how it begins, and how the rest is read.
@@ -248,7 +244,7 @@ constexpr Form kForms[] = {
 LogEvent parseLogEvent(const LogLine& line) {
     LogEvent event;
     for (const Form& form : kForms) {
-        if (startsWith(line.text, form.begin)) {
+        if (hasPrefix(line.text, form.begin)) {
             if (form.read(Scanner(line.text.substr(form.begin.size())), &event)) {
                 event.kind = form.kind;
                 return event;

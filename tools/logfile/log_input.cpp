@@ -2,13 +2,14 @@
 #include "logfile/log_input.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+
+#include "core/child_process.h"
 
 namespace lnkd {
 
@@ -37,12 +38,9 @@ bool writeAll(int fd, const char* bytes, size_t size) {
     return true;
 }
 
-// Signals of which a child dies, whatever our parent or we made of them.
-constexpr int kChildEnds[] = {SIGPIPE, SIGTERM};
-
 // Copies what was read already, then the rest of a stream; a process of its own.
 [[noreturn]] void feed(int from, int to, char* buffer, size_t size) {
-    for (const int signal : kChildEnds) {
+    for (const int signal : {SIGPIPE, SIGTERM}) {  // whatever our parent or we made of them
         std::signal(signal, SIG_DFL);
     }
     ssize_t n = static_cast<ssize_t>(size);
@@ -50,32 +48,6 @@ constexpr int kChildEnds[] = {SIGPIPE, SIGTERM};
         n = readSome(from, buffer, kBufferSize);
     }
     _exit(0);
-}
-
-// Starts "gzip -dc" between two descriptors; -1 with errno when that fails.
-pid_t startUnpacker(int input, int output) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t ends;
-    sigemptyset(&ends);
-    for (const int signal : kChildEnds) {
-        sigaddset(&ends, signal);
-    }
-    posix_spawnattr_setsigdefault(&attributes, &ends);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-    char name[] = "gzip";
-    char option[] = "-dc";
-    char* const argv[] = {name, option, nullptr};
-    pid_t pid = -1;
-    const int error = posix_spawnp(&pid, name, &actions, &attributes, argv, environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    errno = error;
-    return error == 0 ? pid : -1;
 }
 
 int waitFor(pid_t pid) {
@@ -143,7 +115,7 @@ bool LogInput::unpack() {
         m_error = strerror(errno);
         return false;
     }
-    m_unpacker = startUnpacker(m_fd, output[1]);
+    m_unpacker = startChild({"gzip", "-dc"}, {m_fd, output[1], kSameStream}, ChildGroup::kOurs);
     const int error = errno;
     close(output[1]);
     close(m_fd);

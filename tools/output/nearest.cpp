@@ -6,6 +6,8 @@
 #include <cctype>
 #include <cstddef>
 
+#include "output/text.h"
+
 namespace lnkd {
 
 namespace {
@@ -75,11 +77,7 @@ std::string suggestionFor(std::string_view word, const std::vector<std::string>&
     if (!nearest.empty()) {
         return "; did you mean " + nearest + "?";
     }
-    std::string all;
-    for (const std::string& candidate : known) {
-        all += (all.empty() ? "" : ", ") + candidate;
-    }
-    return "; allowed: " + all;
+    return "; allowed: " + joined(known);
 }
 
 }  // namespace lnkd

@@ -83,12 +83,16 @@ std::string ageText(int64_t seconds) {
     return std::to_string(seconds) + " s";
 }
 
-std::string listText(const std::vector<std::string>& items, const std::string& otherwise) {
+std::string joined(const std::vector<std::string>& items, const char* separator) {
     std::string text;
     for (const std::string& item : items) {
-        text += (text.empty() ? "" : ", ") + item;
+        text += (text.empty() ? "" : separator) + item;
     }
-    return text.empty() ? otherwise : text;
+    return text;
+}
+
+std::string listText(const std::vector<std::string>& items, const std::string& otherwise) {
+    return items.empty() ? otherwise : joined(items);
 }
 
 }  // namespace lnkd

@@ -35,6 +35,8 @@ std::string durationText(int64_t ms);
 // "3 min"; how long something has been so, in s.
 std::string ageText(int64_t seconds);
 
+std::string joined(const std::vector<std::string>& items, const char* separator = ", ");
+
 // "a, b, c", or `otherwise` when there are none.
 std::string listText(const std::vector<std::string>& items, const std::string& otherwise);
 

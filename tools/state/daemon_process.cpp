@@ -2,7 +2,6 @@
 #include "state/daemon_process.h"
 
 #include <android-base/unique_fd.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,8 +11,10 @@
 #include <charconv>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string_view>
+#include <vector>
+
+#include "state/processes.h"
 
 namespace lnkd {
 
@@ -93,10 +94,6 @@ bool hasName(pid_t pid, const char* name) {
            std::string(name) + '\n';
 }
 
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-
 }  // namespace
 
 Reading<std::optional<DaemonProcess>> findDaemon() {
@@ -125,17 +122,10 @@ Reading<std::optional<DaemonProcess>> findDaemon() {
 }
 
 pid_t findIdleDaemon() {
-    const std::unique_ptr<DIR, DirectoryCloser> processes(opendir("/proc"));
-    if (processes == nullptr) {
-        return 0;
-    }
-    while (const dirent* const entry = readdir(processes.get())) {
-        const auto pid = static_cast<pid_t>(numberFrom(entry->d_name));
-        if (pid > 0 && hasName(pid, kProgramName)) {
-            return pid;
-        }
-    }
-    return 0;
+    const std::vector<pid_t> processes = readProcesses();
+    const auto found = std::find_if(processes.begin(), processes.end(),
+                                    [](pid_t pid) { return hasName(pid, kProgramName); });
+    return found == processes.end() ? 0 : *found;
 }
 
 }  // namespace lnkd

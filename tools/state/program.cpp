@@ -4,7 +4,6 @@
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,8 @@
 #include <csignal>
 #include <cstring>
 #include <thread>
+
+#include "core/child_process.h"
 
 namespace lnkd {
 
@@ -50,52 +51,15 @@ bool makePipe(unique_fd& readEnd, unique_fd& writeEnd) {
     return true;
 }
 
-int spawn(const std::vector<std::string>& words, int output, int errors, pid_t* pid) {
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&files, errors, STDERR_FILENO);
-
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(
-            &attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    sigset_t signals;
-    sigfillset(&signals);
-    sigdelset(&signals, SIGKILL);  // these two have no other, and cannot be set
-    sigdelset(&signals, SIGSTOP);
-    posix_spawnattr_setsigdefault(&attributes, &signals);
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&attributes, &signals);
-
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (const std::string& word : words) {
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    }
-    arguments.push_back(nullptr);
-    const int error =
-            posix_spawnp(pid, arguments[0], &files, &attributes, arguments.data(), environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return error;
-}
-
 Running start(const std::vector<std::string>& words) {
     Running running;
     unique_fd output;
     unique_fd errors;
-    int error = 0;
-    if (!makePipe(running.output, output) || !makePipe(running.errors, errors)) {
-        error = errno;
-    } else {
-        error = spawn(words, output.get(), errors.get(), &running.pid);
+    if (makePipe(running.output, output) && makePipe(running.errors, errors)) {
+        running.pid = startChild(words, {kNoInput, output.get(), errors.get()}, ChildGroup::kOwn);
     }
-    if (error != 0) {
-        running.result.problem = words[0] + ": " + strerror(error);
-        running.pid = -1;
+    if (running.pid < 0) {
+        running.result.problem = words[0] + ": " + strerror(errno);
         running.output.reset();
         running.errors.reset();
     }

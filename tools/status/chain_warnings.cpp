@@ -4,7 +4,7 @@
 
 #include "core/text_values.h"
 #include "output/text.h"
-#include "status/chain_names.h"
+#include "state/chain_names.h"
 #include "status/warnings.h"
 
 namespace lnkd {

@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <thread>
 
-#include "status/chain_names.h"
+#include "core/text_values.h"
+#include "state/chain_names.h"
 
 namespace lnkd {
 

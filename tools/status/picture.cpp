@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "core/text_values.h"
-#include "status/chain_names.h"
+#include "state/chain_names.h"
 
 namespace lnkd {
 

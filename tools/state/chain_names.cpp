@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "status/chain_names.h"
+#include "state/chain_names.h"
 
 #include <algorithm>
 #include <set>

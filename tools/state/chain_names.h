@@ -20,10 +20,6 @@ constexpr char kWrapperSuffix[] = "_wrapper";
 constexpr char kSelectionPrefix[] = "zelk_sls_";
 constexpr char kSelectionUidPrefix[] = "zelk_sls_uid_";
 
-inline bool hasPrefix(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
 // The link of a mark chain, or of the wrapper chain in front of one; empty for another chain.
 std::string linkOfMarkChain(const std::string& chain);
 
