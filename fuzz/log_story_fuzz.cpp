@@ -25,6 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const lnkd::Story story = reader.finish();
     require(story.worseMs <= story.selecting.ms);
     require(story.curves.size() <= 32);
+    require(story.missing.size() <= 2);  // joins, and choices that are not whole
+    for (const lnkd::Moment& moment : story.moments) {
+        require(moment.text.size() <= lnkd::kLongestText + 3);
+        require(moment.from.name.size() <= 15 && moment.to.name.size() <= 15);
+    }
+    for (const lnkd::Failure& failure : story.failures)
+        require(failure.text.size() <= lnkd::kLongestFailure + 3);
     require(!hasControls(lnkd::screenOf(story, "log", true, lnkd::Terminal())));
     require(!hasControls(lnkd::jsonOf(story, "log", true)));
     return 0;

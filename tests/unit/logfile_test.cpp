@@ -85,6 +85,20 @@ TEST(LogClock, GoesOnOverYearsDaysAndSetBacks) {
     }
 }
 
+TEST(LogClock, ComesBackFromANewYearThatWasSetBack) {
+    LogClock clock;
+    int64_t last = 0;
+    for (const auto& [month, hour] : {std::pair(12, 23), {1, 0}, {12, 23}, {1, 0}, {1, 1}}) {
+        LogLine line;
+        line.month = month;
+        line.day = month == 12 ? 31 : 1;
+        line.ofDayMs = hour * 3600000;
+        last = clock.timeOf(line).wallMs;
+    }
+    EXPECT_EQ(clock.setBacks(), 1);
+    EXPECT_EQ(last, (366LL * 24 + 1) * 3600000) << "of the year after the first line's";
+}
+
 TEST(LogInput, GivesLinesOfPlainAndPackedFilesAndSaysWhatIsBroken) {
     std::string content = "first\n\n" + std::string(100000, 'x') + "\nlast, without an end";
     const std::vector<std::string> lines = {"first", "", std::string(LogInput::kLongestLine, 'x'),

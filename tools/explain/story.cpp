@@ -14,9 +14,17 @@ LinkCurves* curvesOf(Story* story, const std::string& link) {
     return story->curves.size() < kMostLinks ? &story->curves[link] : nullptr;
 }
 
+std::string shortened(std::string_view text, size_t most) {
+    return std::string(text.substr(0, most)) + (text.size() > most ? "..." : "");
+}
+
 void addMoment(Story* story, Moment moment) {
     constexpr size_t kMostMoments = 50000;
-    if (story->moments.size() < kMostMoments) {
+    constexpr size_t kMostShares = 4 * kMostMoments;
+    moment.text = shortened(moment.text, kLongestText);
+    if (story->moments.size() < kMostMoments &&
+        story->keptShares + moment.shares.size() <= kMostShares) {
+        story->keptShares += moment.shares.size();
         story->moments.push_back(std::move(moment));
     } else {
         ++story->momentsLeftOut;

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "explain/failures.h"
@@ -94,6 +96,7 @@ struct Story {
     std::vector<std::string> missing;
     std::vector<Moment> moments;  // in order of time
     int64_t momentsLeftOut = 0;
+    size_t keptShares = 0;  // in the moments
     std::vector<Failure> failures;
     int64_t expectedFailures = 0;  // while the daemon sets up and takes down its rules
 
@@ -122,6 +125,13 @@ struct Story {
 
 // The curves of a link; null when a log names more links than any daemon has.
 LinkCurves* curvesOf(Story* story, const std::string& link);
+
+// The texts of a moment and of a failure, in bytes: a log may hold anything.
+constexpr size_t kLongestText = 200;
+constexpr size_t kLongestFailure = 1000;
+
+// A text of at most so many bytes; one that was longer ends in dots.
+std::string shortened(std::string_view text, size_t most);
 
 // Adds a moment, unless there are more than anybody would read.
 void addMoment(Story* story, Moment moment);

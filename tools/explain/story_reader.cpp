@@ -6,15 +6,8 @@
 
 #include "control/message.h"
 #include "core/text_values.h"
-#include "output/text.h"
 
 namespace lnkd {
-
-namespace {
-
-constexpr size_t kLongestText = 200;  // bytes of a control message that are told
-
-}  // namespace
 
 void StoryReader::take(std::string_view text) {
     ++m_story.lines;
@@ -36,29 +29,9 @@ void StoryReader::beginRun(bool isStart) {
     m_run = std::make_unique<Run>(&m_story);
     m_run->isSettingUp = isStart;
     ++m_story.runs;
-    if (!isStart) {
-        noteJoin();
+    if (!isStart && m_joins++ == 0) {
+        m_firstJoin = m_now;
     }
-}
-
-// A run whose beginning the log does not have. The first few are told; of a log with lines of many
-// processes in turn the others are counted.
-void StoryReader::noteJoin() {
-    constexpr size_t kMostTold = 5;
-    ++m_joins;
-    if (m_joins <= kMostTold) {
-        m_story.missing.push_back(
-                "the beginning of a run of the daemon, from " + m_now.stamp() +
-                ": its links, and what had been chosen, are known once a line tells them");
-        m_lastJoin = m_story.missing.size() - 1;
-        return;
-    }
-    if (m_joins == kMostTold + 1) {
-        m_story.missing.emplace_back();
-        m_lastJoin = m_story.missing.size() - 1;
-    }
-    m_story.missing[m_lastJoin] = "and so " + countOf(m_joins - kMostTold, "more time") +
-                                  ", the last at " + m_now.stamp();
 }
 
 void StoryReader::endRun() {
@@ -175,7 +148,7 @@ void StoryReader::takeLife(const LogEvent& event) {
 }
 
 void StoryReader::takeMessage(const LogEvent& event) {
-    const std::string text(event.text.substr(0, kLongestText));
+    const std::string text(event.text);
     switch (event.number) {
         case kStartSlsServer:
             if (!std::exchange(m_run->gameRuns, true)) {
@@ -217,7 +190,8 @@ void StoryReader::takeFailure(const LogEvent& event) {
     }
     const std::string text(
             event.text.substr(std::min(event.text.find_first_not_of(' '), event.text.size())));
-    m_failures.add(m_now, isReply ? text + " (the answer to: " + m_run->command + ")" : text);
+    const std::string answer = isReply ? text + " (the answer to: " + m_run->command + ")" : text;
+    m_failures.add(m_now, shortened(answer, kLongestFailure));
 }
 
 void StoryReader::takeShares(const ShareRecord& shares) {
@@ -248,6 +222,14 @@ Story StoryReader::finish() {
     // A refusal is told once it has ended, the shares once their rules are built.
     std::stable_sort(m_story.moments.begin(), m_story.moments.end(),
                      [](const Moment& a, const Moment& b) { return a.at.ms < b.at.ms; });
+    if (m_joins > 0) {
+        m_story.missing.push_back(
+                (m_joins == 1 ? "the beginning of a run of the daemon, from "
+                              : "the beginnings of " + std::to_string(m_joins) +
+                                        " runs of the daemon, the first from ") +
+                m_firstJoin.stamp() +
+                ": its links, and what had been chosen, are known once a line tells them");
+    }
     if (m_story.incompleteChoices > 0) {
         m_story.missing.push_back("lines of " + std::to_string(m_story.incompleteChoices) +
                                   " choices, which are not counted");

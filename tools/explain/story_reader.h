@@ -42,7 +42,6 @@ class StoryReader {
     };
 
     void beginRun(bool isStart);
-    void noteJoin();
     void endRun();
     void takeEvent(const LogLine& line, const LogEvent& event);
     void takeMessage(const LogEvent& event);
@@ -59,8 +58,8 @@ class StoryReader {
     std::unique_ptr<Run> m_run;
     DaemonRuns m_runs;
     int32_t m_setBacks = 0;
-    size_t m_joins = 0;     // runs whose beginning the log does not have
-    size_t m_lastJoin = 0;  // what was said of the last of them, in m_story.missing
+    int64_t m_joins = 0;  // runs whose beginning the log does not have
+    LogTime m_firstJoin;
 };
 
 // Reads a whole log, by its path or "-". False when it cannot be read; with a warning, and what

@@ -62,19 +62,20 @@ LogTime LogClock::timeOf(const LogLine& line) {
 // What a turn of the year, or of the February of a common year, adds to a stamp. A line that
 // another thread wrote before such a turn and the log has behind it belongs to before.
 int64_t LogClock::turnAt(int32_t date, int64_t wallMs) const {
-    const auto isJustBefore = [this](int64_t ms) {
-        return ms <= m_lastWallMs && ms > m_lastWallMs - kOutOfOrderMs;
+    const auto isBefore = [this](int64_t ms, int64_t atMost) {
+        return ms <= m_lastWallMs && ms > m_lastWallMs - atMost;
     };
     if (wallMs < m_lastWallMs - kYearMs / 2) {
         return kYearMs;
     }
-    if (isJustBefore(wallMs - kYearMs)) {
-        return -kYearMs;
+    if (isBefore(wallMs - kYearMs, kDayMs)) {
+        return -kYearMs;  // or of a clock that was set back over it
     }
     if (m_lastDate == kLastOfFebruary && date == kFirstOfMarch) {
         return -kDayMs;  // a log that passes over the 29th is of a common year
     }
-    if (m_lastDate == kFirstOfMarch && date == kLastOfFebruary && isJustBefore(wallMs + kDayMs)) {
+    if (m_lastDate == kFirstOfMarch && date == kLastOfFebruary &&
+        isBefore(wallMs + kDayMs, kOutOfOrderMs)) {
         return kDayMs;
     }
     return 0;

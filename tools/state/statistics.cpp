@@ -92,9 +92,8 @@ LinkStatistics measureStatistics(std::string_view file, int64_t nowMs) {
         if (record.timestamp == 0) {
             break;
         }
-        // Of no time that is known: 63 bits of milliseconds.
         const int64_t recordAge =
-                record.timestamp > INT64_MAX ? 0 : nowMs - static_cast<int64_t>(record.timestamp);
+                nowMs - static_cast<int64_t>(std::min<uint64_t>(record.timestamp, INT64_MAX));
         if (!result.newestAgeMs.has_value()) {
             result.newestAgeMs = recordAge;
         }
